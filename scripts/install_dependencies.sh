@@ -1,0 +1,28 @@
+#!/bin/sh
+# Installs the Debian packages that are missing, as root or through sudo.
+# Usage: scripts/install_dependencies.sh [build] [test] [check]
+set -eu
+
+packages=
+for purpose in "$@"; do
+    case $purpose in
+    build) packages="$packages g++ cmake ninja-build pkg-config liblog4cpp5-dev" ;;
+    test) packages="$packages libgtest-dev iproute2 util-linux" ;;
+    check) packages="$packages clang clang-format clang-tidy git" ;;
+    *) echo "usage: $0 [build] [test] [check]" >&2; exit 2 ;;
+    esac
+done
+
+missing=
+for package in $packages; do
+    state=$(dpkg-query -W -f '${db:Status-Status}' "$package" 2>/dev/null || true)
+    [ "$state" = installed ] || missing="$missing $package"
+done
+[ -n "$missing" ] || exit 0
+
+as_root=
+[ "$(id -u)" -eq 0 ] || as_root=sudo
+echo "installing:$missing"
+$as_root apt-get update -qq
+# shellcheck disable=SC2086 # a list of words
+DEBIAN_FRONTEND=noninteractive $as_root apt-get install -y -qq --no-install-recommends $missing >/dev/null
