@@ -1,0 +1,76 @@
+/* Steps that the library's files share: time limits, waits, paced retries, the first answer of a
+ * look-up. Not part of the public interface. */
+#pragma once
+
+#include <netinet/in.h>
+#include <sys/select.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+/** What to wait for on one descriptor. */
+enum NET_READY_E { NET_READABLE, NET_WRITABLE };
+
+/** How often to pause on EAGAIN and EINTR, how long, and how it went. */
+struct NET_RETRY_T {
+    int limit;           // pauses at most
+    useconds_t pause_us; // length of a pause
+    int made;            // pauses so far; net_recv counts from its last progress
+    bool exhausted;      // out of pauses, as opposed to failed for good
+};
+
+/** Turns milliseconds into seconds and microseconds; 0 stays 0, which as a limit of select means
+ * not to wait at all. */
+timeval net_split_ms(int limit_ms);
+
+/**
+ * Waits with select and goes on after a signal with what is left of the time.
+ * @param limit  counted down by the system; null waits without a limit
+ * @return as select: number of ready descriptors, 0 when the time ran out, or -1
+ */
+int net_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit);
+
+/** Waits as net_select does until one descriptor is ready.
+ * @return true when it is; false when the time ran out, the wait failed, or no fd_set holds fd */
+bool net_wait(int fd, NET_READY_E ready, timeval *limit);
+
+/** After a failed call: pauses and says true when errno is EAGAIN or EINTR and pauses are left. */
+bool net_retry(NET_RETRY_T *retry);
+
+/**
+ * Receives up to goal bytes, pausing as retry says; every receive renews the pauses.
+ * @param whole     true: goes on until goal bytes are there; false: the first receive is enough
+ * @param from      sender's address, filled when from_len is given too
+ * @param from_len  room there in bytes, then the length of the address; may be null
+ * @return bytes received, less than the goal when the pauses ran out (retry says so);
+ *         -1 when a receive gave 0 bytes or failed, whatever had arrived
+ */
+int net_recv(int fd, void *buf, int goal, bool whole, NET_RETRY_T *retry,
+             sockaddr_in *from = nullptr, socklen_t *from_len = nullptr);
+
+/**
+ * Sends everything, pausing as retry says over the whole call. Never raises SIGPIPE.
+ * @param to  destination; null for the connected peer
+ * @return len, or -1 when a send gave 0 bytes or failed, or the pauses ran out (retry says so)
+ */
+int net_send(int fd, const void *data, int len, NET_RETRY_T *retry,
+             const sockaddr_in *to = nullptr);
+
+/**
+ * Resolves a dotted address or host name, IPv4 only.
+ * @param addr  first answer in network byte order; INADDR_NONE when there is none
+ * @return 0, or the resolver's error code
+ */
+int net_find_ipv4(const char *text, in_addr_t *addr);
+
+/** An IPv4 socket address; addr in network byte order, port in host byte order. */
+sockaddr_in net_ipv4(in_addr_t addr, uint16_t port);
+
+/** The view of a socket address that the system calls take. */
+inline const sockaddr *net_plain(const sockaddr_in *addr)
+{
+    return reinterpret_cast<const sockaddr *>(addr);
+}
+inline sockaddr *net_plain(sockaddr_in *addr)
+{
+    return reinterpret_cast<sockaddr *>(addr);
+}
