@@ -1,0 +1,76 @@
+/* Bring-up: the register table that makes a chip in any state ours, then PLL A and the channels. */
+#include "chip/bring_up.h"
+
+#include <iterator>
+
+#include "chip/i2c_access.h"
+#include "chip/multisynth.h"
+#include "trim/channels.h"
+
+struct REGISTER_ROW_T {
+    uint32_t reg; // its low 8 bits are sent
+    uint8_t value;
+};
+
+/* Registers by the chip's published numbers, in the order in which they are written. */
+// clang-format off
+static constexpr REGISTER_ROW_T si5351a_revb_registers_24576[] = {
+    {3, 0xFF},                                              // disable every output
+    {16, 0x80}, {17, 0x80}, {18, 0x80}, {19, 0x80},         // CLK0 to CLK7: power the drivers down
+    {20, 0x80}, {21, 0x80}, {22, 0x80}, {23, 0x80},
+    {2, 0xFF},                                              // mask every interrupt source
+    {4, 0x20},
+    {7, 0x0F},
+    {15, 0x00},                                             // PLL A and B fed from the crystal, / 1
+    {16, 0x0D}, {17, 0x0D}, {18, 0x0D},                     // CLK0 to CLK2: on, fractional, PLL A,
+                                                            // own multisynth, 4 mA
+    {19, 0x8C}, {20, 0x8C}, {21, 0x8C}, {22, 0x8C},         // CLK3 to CLK7: off
+    {23, 0x8C},
+    {26, 0x00}, {27, 0x03}, {28, 0x00}, {29, 0x0E},         // PLL A: 33 + 1/3
+    {30, 0xAA}, {31, 0x00}, {32, 0x00}, {33, 0x02},
+    {42, 0x01}, {43, 0x00}, {44, 0x00}, {45, 0x10},         // MS0: 36 + 159/256
+    {46, 0x4F}, {47, 0x00}, {48, 0x00}, {49, 0x80},
+    {50, 0x01}, {51, 0x00}, {52, 0x00}, {53, 0x10},         // MS1: 36 + 159/256
+    {54, 0x4F}, {55, 0x00}, {56, 0x00}, {57, 0x80},
+    {58, 0x00}, {59, 0x01}, {60, 0x00}, {61, 0x02},         // MS2: 9
+    {62, 0x80}, {63, 0x00}, {64, 0x00}, {65, 0x00},
+    {90, 0x00}, {91, 0x00},                                 // MS6, MS7
+    {149, 0x00}, {150, 0x00}, {151, 0x00}, {152, 0x00},     // spread spectrum off
+    {153, 0x00}, {154, 0x00}, {155, 0x00},
+    {162, 0x00}, {163, 0x00}, {164, 0x00},                  // VCXO
+    {165, 0x00}, {166, 0x00}, {167, 0x00},                  // CLK0 to CLK2: no phase offset
+    {183, 0x92},                                            // crystal load 8 pF
+    {177, 0xAC},                                            // reset PLL A and PLL B
+    {3, 0x00},                                              // enable every output
+};
+// clang-format on
+static_assert(std::size(si5351a_revb_registers_24576) == 71, "every register of the table");
+
+/* The table in use; written by bring-up. */
+static const REGISTER_ROW_T *si5351_reg_map_ptr = nullptr;
+
+static void write_table()
+{
+    si5351_reg_map_ptr = si5351a_revb_registers_24576;
+    for (size_t i = 0; i < std::size(si5351a_revb_registers_24576); i++) {
+        const REGISTER_ROW_T &row = si5351_reg_map_ptr[i];
+        (void)i2cSendRegister(static_cast<uint8_t>(row.reg), row.value); // failures are logged
+    }
+}
+
+int vx_si5351_init()
+{
+    write_table();
+    setupPLL(PLL_A_BLOCK, 33, 1, 3);
+    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
+        const SI5351_CONF_T &conf = channel_record(ch);
+        Multisynth(channel_rows[ch - 1].block, conf.mult, conf.num, conf.denom, conf.div);
+    }
+    return 1;
+}
+
+int vx_si5351_start()
+{
+    (void)vx_si5351_init(); // always 1
+    return 0;
+}

@@ -1,0 +1,45 @@
+/* I2C access: the only road to the clock chip. Writes only; nothing is read back. */
+#pragma once
+
+#include <cstdint>
+
+inline constexpr const char *I2C_BUS_PATH = "/dev/i2c-1";
+inline constexpr uint16_t CHIP_ADDRESS = 0x60; // 7-bit
+
+/* Descriptor of the open bus device, -1 while closed. Guarded by the engine lock, which the caller
+ * of every function below holds. */
+extern int g_i2c_fd;
+
+/**
+ * Opens the bus device; a descriptor that was open is closed once the new one is.
+ * @param path  the bus device
+ * @return 0; or -1 for a null path or one that cannot be opened (logged), the open descriptor, if
+ *         any, staying in use
+ */
+int I2C_Init(const char *path);
+
+/**
+ * Writes consecutive registers in one transaction, opening the bus device first when it is closed.
+ * No retry: a failed write leaves the descriptor as it is, for the next one.
+ * @param path  bus device, used only when it is not open yet
+ * @param addr  chip address, 7 bits; the low 8 bits are sent
+ * @param reg   first register
+ * @param data  len bytes; may be null when len is 0, which sends the register address alone
+ * @param len   0 to 65534
+ * @return 0; or -2 when the transfer failed or could not be made (logged)
+ */
+int I2C_Device_Write(const char *path, uint16_t addr, uint8_t reg, const uint8_t *data, int len);
+
+/**
+ * Closes the bus device.
+ * @return 0
+ */
+int I2C_Deinit();
+
+/**
+ * Writes one chip register in a transaction of its own.
+ * @param reg    register, by the chip's published number
+ * @param value  its new content
+ * @return 0, also when the write failed (logged)
+ */
+int i2cSendRegister(uint8_t reg, uint8_t value);

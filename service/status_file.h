@@ -1,0 +1,12 @@
+/* The status file /tmp/genlock.json: FIFO levels and trim of the three channels, for other
+ * programs. */
+#pragma once
+
+/**
+ * Rewrites the status file from the records, in one step: a reader finds the old text or the new
+ * one, whole. A text that could not be written whole never replaces the file. Takes the engine lock
+ * for the copy of the records only.
+ * @return 0 when the text was built, whether or not it could be written (not logged: reports come
+ *         many times a second); -1 without memory for it
+ */
+int dump2json();

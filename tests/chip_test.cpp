@@ -1,0 +1,240 @@
+/* The chip driver: transactions, divider blocks and bring-up, on a bus that works or fails. */
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sstream>
+
+#include "chip/bring_up.h"
+#include "chip/i2c_access.h"
+#include "chip/multisynth.h"
+#include "chip/whole_frequency.h"
+#include "sim/i2c_bus_sim.h"
+#include "tests/support.h"
+#include "trim/channels.h"
+
+using LINES = std::vector<std::string>;
+
+static constexpr SIM_FAULTS_T ABSENT = {true, false, 0, 0};
+static constexpr SIM_FAULTS_T SILENT = {false, true, 0, 0};
+
+static const std::string no_bus = "ERROR Unable to open i2c control file:/dev/i2c-1";
+static const std::string no_transfer = "ERROR Unable to send data";
+static const std::string no_write = "ERROR I2c_Write Failed at addr=[0x60]\n";
+
+/* Every divider block is worked by hand from P1 = 128 a + f - 512, P2 = 128 b - c f, P3 = c. */
+TEST(Dividers, RatiosBecomeTheEightRegisters)
+{
+    static const struct {
+        const char *fault;
+        void (*write)();
+        int first;
+        const char *bytes;
+    } cases[] = {
+        {"bytes out of order",             [] { setupPLL(26, 33, 1, 3); },                  26, "00 03 00 0E AA 00 00 02"},
+        {"the older entry differs",        [] { setupReg(26, 33, 1, 3); },                  26, "00 03 00 0E AA 00 00 02"},
+        {"divider code lost",              [] { Multisynth(42, 73, 253600, 1048575, 1); },  42,
+         "FF FF 10 22 9E FF 50 1E"                                                                                       },
+        {"integer part cut",               [] { Multisynth(50, 255, 0, 1, 0); },            50, "00 01 00 7D 80 00 00 00"},
+        {"no whole ratio",                 [] { Multisynth(50, 36, 0, 1, 0); },             50, "00 01 00 10 00 00 00 00"},
+        {"fraction in double precision",   [] { Multisynth(58, 36, 1023999, 1048575, 0); }, 58,
+         "FF FF 00 10 7D FF FF FD"                                                                                       },
+ // 2^20 + 1: f 0, P1 4096, P2 128, P3 1048577 of which 1 is left
+        {"wide denominator cut too early", [] { Multisynth(58, 36, 1, 1048577, 0); },       58,
+         "00 01 00 10 00 00 00 80"                                                                                       },
+        {"P1 below 0 not wrapped",         [] { Multisynth(58, 0, 0, 1, 7); },              58,
+         "00 01 73 FE 00 00 00 00"                                                                                       },
+        {"divider code masked",            [] { Multisynth(58, 36, 0, 1, 8); },             58, "00 01 80 10 00 00 00 00"},
+        {"integer block",                  [] { setupMultisynth(50, 36, 0); },              50, "00 01 00 10 00 00 00 00"},
+        {"code shifted",                   [] { setupMultisynth(50, 2047, 0x20); },         50, "00 01 23 FD 80 00 00 00"},
+    };
+    for (const auto &c : cases) {
+        reset_engine();
+        c.write();
+        EXPECT_EQ(read_registers(c.first, 8), c.bytes) << c.fault;
+        EXPECT_EQ(take_writes().size(), 8U) << c.fault;
+    }
+}
+
+TEST(Dividers, AZeroDenominatorIsRefused)
+{
+    reset_engine();
+    setupPLL(26, 33, 1, 0);
+    Multisynth(42, 73, 1, 0, 1);
+    EXPECT_EQ(take_log(), (LINES{"ERROR invalid denom:0 for registers from 26",
+                                 "ERROR invalid denom:0 for registers from 42"}));
+    EXPECT_EQ(take_writes(), LINES{});
+    Multisynth(42, 73, UINT32_MAX, 1, 1); // a quotient beyond 32 bits is defined
+}
+
+TEST(WholeFrequency, MovesThePllAndSetsAnEvenDivider)
+{
+    reset_engine();
+    si5351aSetFrequency(1, 24576000);
+    EXPECT_EQ(read_registers(26, 8), "FF FF 00 0E 62 F4 DC E2");
+    EXPECT_EQ(read_registers(42, 8), "00 01 00 10 00 00 00 00");
+    EXPECT_EQ(take_log(), LINES{"INFO set param ch:1 freq:24576000"});
+    EXPECT_EQ(take_writes().size(), 16U);
+
+    si5351aSetFrequency(4, 24576000);
+    EXPECT_EQ(take_writes().size(), 8U) << "only the PLL";
+    take_log();
+    si5351aSetFrequency(2, 0);
+    EXPECT_EQ(take_log(), (LINES{"INFO set param ch:2 freq:0", "ERROR invalid freq:0 for ch:2"}));
+    EXPECT_EQ(vx_si5351_param_inc_dec(4, 0, 0), 0);
+    EXPECT_EQ(take_log(), LINES{"ERROR invalid ch:4"});
+    EXPECT_EQ(take_writes(), LINES{});
+
+    EXPECT_EQ(vx_si5351_param_inc_dec(3, 0, 0), 0);
+    EXPECT_EQ(take_log(), LINES{"INFO set param ch:3 freq:507200"});
+    for (const uint32_t hz : {1U, 450000001U, 900000000U, UINT32_MAX})
+        si5351aSetFrequency(1, hz); // no chip can, but none is undefined
+}
+
+/* What bring-up writes, first register and bytes of each run. */
+static const char *const bring_up_runs[] = {
+    "3 FF",
+    "16 80 80 80 80 80 80 80 80",
+    "2 FF",
+    "4 20",
+    "7 0F",
+    "15 00",
+    "16 0D 0D 0D",
+    "19 8C 8C 8C 8C 8C",
+    "26 00 03 00 0E AA 00 00 02",
+    "42 01 00 00 10 4F 00 00 80",
+    "50 01 00 00 10 4F 00 00 80",
+    "58 00 01 00 02 80 00 00 00",
+    "90 00 00",
+    "149 00 00 00 00 00 00 00",
+    "162 00 00 00",
+    "165 00 00 00",
+    "183 92",
+    "177 AC",
+    "3 00",
+    "26 00 03 00 0E AA 00 00 02",
+    "42 FF FF 10 22 9E FF 50 1E",
+    "50 FF FF 10 25 DC F0 44 5C",
+    "58 FF FF 10 22 9E FF 50 1E",
+};
+
+static LINES expand_runs()
+{
+    LINES writes;
+    for (const char *run : bring_up_runs) {
+        std::istringstream words(run);
+        int reg = 0;
+        words >> reg;
+        for (std::string byte; words >> byte; reg++)
+            writes.push_back(std::to_string(reg) + ":" + byte);
+    }
+    return writes;
+}
+
+static void set_channel_2_to_44100()
+{
+    stSi5351Conf[1].mult = 79;
+    stSi5351Conf[1].num = 753800;
+}
+
+TEST(BringUp, WritesTheTableThePllAndTheRecords)
+{
+    reset_engine();
+    set_channel_2_to_44100();
+    EXPECT_EQ(vx_si5351_init(), 1);
+    EXPECT_EQ(take_log(), LINES{});
+    const LINES writes = take_writes();
+    EXPECT_EQ(writes.size(), 103U);
+    EXPECT_EQ(writes, expand_runs());
+}
+
+TEST(BringUp, AttemptsEveryWriteOnADeadBus)
+{
+    reset_engine();
+    sim_set_faults(SILENT);
+    EXPECT_EQ(vx_si5351_init(), 1);
+    LINES expected;
+    for (int write = 0; write < 103; write++)
+        expected.insert(expected.end(), {no_transfer, no_write});
+    EXPECT_EQ(take_log(), expected);
+
+    reset_engine();
+    sim_set_faults(ABSENT);
+    EXPECT_EQ(vx_si5351_init(), 1);
+    EXPECT_EQ(take_log().size(), 309U);
+    EXPECT_EQ(g_i2c_fd, -1);
+}
+
+TEST(BringUp, OneRefusedRegisterLeavesTheOthers)
+{
+    reset_engine();
+    set_channel_2_to_44100();
+    sim_set_faults({false, false, 72, 0}); // the first of the PLL
+    EXPECT_EQ(vx_si5351_start(), 0);
+    EXPECT_EQ(take_log(), (LINES{no_transfer, no_write}));
+    EXPECT_EQ(take_writes(), expand_runs());
+}
+
+TEST(I2cAccess, OpensLazilyAndKeepsTheDescriptor)
+{
+    reset_engine();
+    sim_set_faults(ABSENT);
+    const uint8_t byte = 0x5A;
+    for (int attempt = 0; attempt < 2; attempt++) {
+        EXPECT_EQ(I2C_Device_Write(I2C_BUS_PATH, CHIP_ADDRESS, 3, &byte, 1), -2);
+        EXPECT_EQ(take_log(), (LINES{no_bus, no_transfer, no_write}));
+    }
+    sim_set_faults({});
+    EXPECT_EQ(I2C_Device_Write(I2C_BUS_PATH, CHIP_ADDRESS, 3, &byte, 1), 0);
+    const int first = g_i2c_fd;
+
+    sim_set_faults(ABSENT);
+    EXPECT_EQ(I2C_Init(I2C_BUS_PATH), -1);
+    EXPECT_EQ(I2C_Init(nullptr), -1);
+    EXPECT_EQ(take_log(), (LINES{no_bus, "ERROR filepath is null"}));
+    EXPECT_EQ(g_i2c_fd, first);
+
+    sim_set_faults({});
+    EXPECT_EQ(I2C_Init(I2C_BUS_PATH), 0);
+    EXPECT_NE(g_i2c_fd, first) << "the new one is opened before the old one is closed";
+    EXPECT_EQ(fcntl(first, F_GETFD), -1);
+    EXPECT_EQ(I2C_Deinit(), 0);
+    EXPECT_EQ(g_i2c_fd, -1);
+}
+
+TEST(I2cAccess, SendsWhatItIsGivenOrRefuses)
+{
+    reset_engine();
+    const std::vector<uint8_t> data(65535, 0xA5);
+    static const struct {
+        const char *fault;
+        uint16_t addr;
+        bool has_data;
+        int len, result;
+        unsigned sent; // bytes of the message, 0: none
+        const char *log;
+    } cases[] = {
+        {"register number alone",      0x60,  false, 0,     0,  1, nullptr},
+        {"longer write",               0x60,  true,  3,     0,  4, nullptr},
+        {"high address bits sent",     0x160, true,  1,     0,  2, nullptr},
+        {"address cut in the message", 0x161, true,  1,     -2, 2, "0x161"},
+        {"length taken as unsigned",   0x60,  true,  -1,    -2, 0, "0x60" },
+        {"null data read",             0x60,  false, 1,     -2, 0, "0x60" },
+        {"length field overrun",       0x60,  true,  65535, -2, 0, "0x60" },
+    };
+    for (const auto &c : cases) {
+        take_log();
+        sim_take_transactions();
+        const uint8_t *bytes = c.has_data ? data.data() : nullptr;
+        EXPECT_EQ(I2C_Device_Write(I2C_BUS_PATH, c.addr, 90, bytes, c.len), c.result) << c.fault;
+        const auto sent = sim_take_transactions();
+        ASSERT_EQ(sent.size(), c.sent > 0 ? 1U : 0U) << c.fault;
+        EXPECT_EQ(sent.empty() ? 0U : sent[0].len, c.sent) << c.fault;
+        const LINES log = take_log();
+        if (c.log == nullptr) {
+            EXPECT_EQ(log, LINES{}) << c.fault;
+        } else {
+            EXPECT_EQ(log.back(), "ERROR I2c_Write Failed at addr=[" + std::string(c.log) + "]\n");
+        }
+    }
+    sim_set_faults(SILENT);
+    EXPECT_EQ(i2cSendRegister(3, 0), 0) << "failures show in the log only";
+}

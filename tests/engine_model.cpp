@@ -1,0 +1,116 @@
+/* What the service must make of its commands, calculated on its own. */
+#include "tests/engine_model.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+static const struct {
+    int32_t rate, mult, num, div, step;
+} nominal[] = {
+    {44100,  79, 753800, 1, 1400},
+    {48000,  73, 253600, 1, 1200},
+    {88200,  79, 753700, 0, 700 },
+    {96000,  73, 253300, 0, 600 },
+    {176400, 39, 901060, 0, 200 },
+    {192000, 36, 650880, 0, 160 },
+};
+
+static void set_rate(MODEL_CHANNEL_T *c, int32_t rate)
+{
+    c->rate = rate;
+    c->value = c->learned = 0;
+    for (const auto &n : nominal) {
+        if (n.rate != rate) continue;
+        c->value = c->nominal = c->chip_num = n.num;
+        c->steps = 0;
+        c->step = n.step;
+        c->chip_mult = n.mult;
+        c->chip_div = n.div;
+    }
+}
+
+/* way: -1 faster, 1 slower. Back at 0, the centre lies a hundredth of a step further on the side
+ * that the channel comes from. */
+static void trim(MODEL_CHANNEL_T *c, int way)
+{
+    bool supported = false;
+    for (const auto &n : nominal)
+        supported = supported || n.rate == c->rate;
+    if (!supported || std::abs(c->steps + way) > 24) return;
+    c->steps += way;
+    c->value = c->nominal + c->steps * c->step;
+    if (c->steps == 0) {
+        const int32_t off = (c->learned - c->nominal) * -way; // on that side, if positive
+        const bool keep = c->learned != 0 && off >= 0 && off <= 20 * c->step;
+        c->value = c->learned = (keep ? c->learned : c->nominal) - way * (c->step / 100);
+    }
+    c->chip_num = c->value;
+}
+
+void apply_command(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0, int32_t arg1)
+{
+    if (ch < 1 || ch > 3) return;
+    MODEL_CHANNEL_T *c = &model->channels[ch - 1];
+    if (cmd >= 0x1234 && cmd <= 0x1237) c->status = cmd;
+    if (cmd == 0x1234) set_rate(c, arg0);
+    if (cmd == 0x1235) trim(c, -1);
+    if (cmd == 0x1236) trim(c, 1);
+    if (cmd == 0x1237 && c->steps != 0) trim(c, c->steps < 0 ? 1 : -1);
+    if (cmd == 0x1238) {
+        c->fifo_size = arg0;
+        c->fifo_fill = arg1;
+    }
+}
+
+static std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));
+static std::string format(const char *text, ...)
+{
+    char out[256];
+    va_list args;
+    va_start(args, text);
+    (void)vsnprintf(out, sizeof(out), text, args);
+    va_end(args);
+    return out;
+}
+
+std::string model_dump(const MODEL_T &model)
+{
+    static const char *const words[] = {"set param", "increase", "decrease", "reset"};
+    std::string text = "5351 info\n";
+    for (int i = 0; i < 3; i++) {
+        const MODEL_CHANNEL_T &c = model.channels[i];
+        text += format("ch:%d rate:%d value:%d status:%s\n", i + 1, c.rate, c.value,
+                       words[c.status - 0x1234]);
+    }
+    return text;
+}
+
+std::string model_status(const MODEL_T &model)
+{
+    static const char *const names[] = {"hdmi", "analog", "earc/spdif"};
+    std::string text;
+    for (int i = 0; i < 3; i++) {
+        const MODEL_CHANNEL_T &c = model.channels[i];
+        text += format("%s\"%s\":{\"fifoTotal\":%d,\"fifoUsed\":%d,\"ppmAdjusted\":%d,"
+                       "\"ppmMaxStep\":300}",
+                       i > 0 ? "," : "", names[i], c.fifo_size, c.fifo_fill, c.value);
+    }
+    return "{\"genlock\":{" + text + "}}";
+}
+
+std::string model_registers(const MODEL_T &model)
+{
+    std::string text;
+    for (const MODEL_CHANNEL_T &c : model.channels) {
+        const int64_t denom = 1048575;
+        const int64_t f = 128LL * c.chip_num / denom;
+        const int64_t p1 = 128LL * c.chip_mult + f - 512;
+        const int64_t p2 = 128LL * c.chip_num - denom * f;
+        text += format("%sFF FF %02X %02X %02X %02X %02X %02X", text.empty() ? "" : " ",
+                       static_cast<unsigned>(c.chip_div << 4), static_cast<unsigned>(p1 >> 8),
+                       static_cast<unsigned>(p1 & 255), static_cast<unsigned>(0xF0 | p2 >> 16),
+                       static_cast<unsigned>(p2 >> 8 & 255), static_cast<unsigned>(p2 & 255));
+    }
+    return text;
+}

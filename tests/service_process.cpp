@@ -1,0 +1,106 @@
+/* Shared by the tests that talk to a running service. */
+#include "tests/service_process.h"
+
+#include <arpa/inet.h>
+#include <csignal>
+#include <fcntl.h>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "service/protocol.h"
+
+SERVICE_PROCESS_T start_service(const std::string &program)
+{
+    static int started = 0;
+    const std::string output =
+        "/tmp/si5351_output." + std::to_string(getpid()) + "." + std::to_string(started++);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+        dup2(fd, STDOUT_FILENO);
+        dup2(fd, STDERR_FILENO);
+        execl(program.c_str(), program.c_str(), nullptr);
+        _exit(127);
+    }
+    return {pid, output, program};
+}
+
+void stop_service(const SERVICE_PROCESS_T &service)
+{
+    int status = 0;
+    EXPECT_EQ(waitpid(service.pid, &status, WNOHANG), 0) << read_output(service);
+    kill(service.pid, SIGKILL);
+    waitpid(service.pid, &status, 0);
+}
+
+std::string read_file(const std::string &path)
+{
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::string read_output(const SERVICE_PROCESS_T &service)
+{
+    return read_file(service.output);
+}
+
+static int count_text(const std::string &all, const std::string &text)
+{
+    int times = 0;
+    for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at += text.size())
+        times++;
+    return times;
+}
+
+void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int times)
+{
+    for (int poll = 0; poll < 2000; poll++) {
+        if (count_text(read_output(service), text) >= times) return;
+        usleep(10000);
+    }
+    FAIL() << text << " is not in " << read_output(service);
+}
+
+int open_client()
+{
+    return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+}
+
+void send_bytes(int client, const std::string &bytes)
+{
+    sockaddr_in to = {};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(SERVICE_PORT);
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    EXPECT_EQ(sendto(client, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr *>(&to),
+                     sizeof(to)),
+              static_cast<ssize_t>(bytes.size()));
+}
+
+void send_words(int client, const std::vector<uint32_t> &words)
+{
+    send_bytes(client, {reinterpret_cast<const char *>(words.data()), words.size() * 4});
+}
+
+std::string receive_reply(int client, int wait_ms)
+{
+    pollfd wait = {client, POLLIN, 0};
+    char reply[2048];
+    if (poll(&wait, 1, wait_ms) != 1) return "";
+    const ssize_t length = recv(client, reply, sizeof(reply), 0);
+    return {reply, static_cast<size_t>(length > 0 ? length : 0)};
+}
+
+std::string fetch_dump(int client)
+{
+    send_words(client, {0x1239});
+    std::string dump;
+    for (int datagram = 0; datagram < 4; datagram++)
+        dump += receive_reply(client);
+    return dump;
+}

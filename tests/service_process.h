@@ -1,0 +1,41 @@
+/* Shared by the tests that talk to a running service: the process, its log and its command port. */
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+struct SERVICE_PROCESS_T {
+    pid_t pid;
+    std::string output; // path of what it prints and logs, both streams
+    std::string program;
+};
+
+/* Starts a program with its output going to a file of its own. */
+SERVICE_PROCESS_T start_service(const std::string &program);
+
+/* Kills the process; fails the test when it had ended before by itself. */
+void stop_service(const SERVICE_PROCESS_T &service);
+
+/* All it has printed and logged. */
+std::string read_output(const SERVICE_PROCESS_T &service);
+
+/* Waits until a text has appeared so many times, at most 20 s; fails the test when it does not. */
+void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int times = 1);
+
+/* A client socket; its port is any free one. */
+int open_client();
+
+/* Sends bytes, or words in the machine's byte order, to the command port. */
+void send_bytes(int client, const std::string &bytes);
+void send_words(int client, const std::vector<uint32_t> &words);
+
+/* The next reply, at most wait_ms later; empty when none comes. */
+std::string receive_reply(int client, int wait_ms = 20000);
+
+/* The text of the dump reply. */
+std::string fetch_dump(int client);
+
+/* A whole file as text; empty when it is not there. */
+std::string read_file(const std::string &path);

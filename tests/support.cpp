@@ -1,0 +1,88 @@
+/* Shared by the tests that call the engine. */
+#include "tests/support.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <log4cpp/Category.hh>
+#include <log4cpp/FileAppender.hh>
+#include <log4cpp/PatternLayout.hh>
+#include <regex>
+#include <unistd.h>
+
+#include "chip/i2c_access.h"
+#include "sim/i2c_bus_sim.h"
+#include "trim/channels.h"
+
+static const std::string log_path = "/tmp/si5351_test_log." + std::to_string(getpid());
+static std::streamoff log_taken; // bytes of the log file already handed out
+
+static void capture_log()
+{
+    if (!log4cpp::Category::getRoot().getAllAppenders().empty()) return;
+    auto *layout = new log4cpp::PatternLayout();
+    layout->setConversionPattern("%p %m%n");
+    auto *appender = new log4cpp::FileAppender("capture", log_path, false);
+    appender->setLayout(layout);
+    log4cpp::Category::getRoot().setAppender(appender);
+}
+
+std::vector<std::string> take_log()
+{
+    static const std::regex place(" --\\[(vx_si5351|sim):[1-9][0-9]*\\]$");
+    std::ifstream file(log_path);
+    file.seekg(log_taken);
+    std::vector<std::string> lines;
+    std::string text;
+    for (std::string line; std::getline(file, line);) {
+        log_taken += static_cast<std::streamoff>(line.size()) + 1;
+        text += text.empty() ? line : "\n" + line; // a message may hold a line end itself
+        if (!std::regex_search(text, place)) continue;
+        text = std::regex_replace(text, place, "");
+        // The chip's own lines have tests of their own.
+        if (text.rfind("INFO CLK", 0) != 0) lines.push_back(text);
+        text.clear();
+    }
+    EXPECT_EQ(text, "") << "a line without its place";
+    return lines;
+}
+
+void reset_engine()
+{
+    static const RECORDS_T start_records = copy_records();
+    static const std::vector<int32_t> start_steps(std::begin(stStep), std::end(stStep));
+    std::copy(start_records.begin(), start_records.end(), stSi5351Conf);
+    std::copy(start_steps.begin(), start_steps.end(), stStep);
+    g_s32EnableSi5351 = 1;
+    I2C_Deinit();
+    sim_reset();
+    sim_set_recording(true);
+    capture_log();
+    take_log();
+}
+
+std::vector<std::string> take_writes()
+{
+    std::vector<std::string> writes;
+    for (const SIM_TRANSACTION_T &t : sim_take_transactions()) {
+        char text[32];
+        (void)snprintf(text, sizeof(text), "%d:%02X", t.reg, t.value);
+        EXPECT_TRUE(t.addr == 0x60 && t.flags == 0 && t.len == 2) << text;
+        writes.emplace_back(text);
+    }
+    return writes;
+}
+
+std::string read_registers(int first, int count)
+{
+    std::string text;
+    for (int reg = first; reg < first + count; reg++) {
+        char byte[8];
+        (void)snprintf(byte, sizeof(byte), "%s%02X", reg > first ? " " : "",
+                       sim_read_register(static_cast<uint8_t>(reg)));
+        text += byte;
+    }
+    return text;
+}

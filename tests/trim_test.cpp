@@ -1,0 +1,261 @@
+/* Trim stepping, rate change and reset: the records, the log, and what the chip makes of them. */
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+#include "chip/bring_up.h"
+#include "sim/i2c_bus_sim.h"
+#include "tests/support.h"
+#include "trim/rate.h"
+#include "trim/trim.h"
+
+using LINES = std::vector<std::string>;
+
+/* Plays moves on channel 1: u(p), d(own), r(eset); returns the result of the last one. */
+static int play(const std::string &moves)
+{
+    SI5351_CONF_T *conf = &stSi5351Conf[0];
+    int result = 0;
+    for (const char move : moves) {
+        if (move == 'u') result = vx_si5351_conf_inc(conf);
+        if (move == 'd') result = vx_si5351_conf_dec(conf);
+        if (move == 'r') result = vx_si5351_reset_chn2(1);
+    }
+    return result;
+}
+
+static std::string repeat(const std::string &moves, int times)
+{
+    std::string all;
+    while (times-- > 0)
+        all += moves;
+    return all;
+}
+
+/* From the start record (48000 Hz, num 253600, step 1200) or another rate's. */
+static const struct {
+    const char *fault;
+    int rate;
+    std::string moves;
+    int result, count, value, xValue;
+} trim_cases[] = {
+    {"sign of a step turned round", 48000, "u",                       0,                        -1,252400,             0},
+    {"24th step refused",           48000, repeat("u",                24),                      0,-24,                224800,0},
+    {"range ends one step late",                             48000,         repeat("u", 25),       1,-24,224800,          0},
+    {"lower end one step late",                            48000,                                 repeat("d",                                  25),                          1,24,282400,0},
+    {"stuck at the lower end",                       48000,                           repeat("d",                                                    25) + "u",                                                     0,23,                                           281200,                                                                                                                                                                               0},
+    {"centre not learned on the way back",                           48000,                          "du",                                                  0,                                                                          0,              253612,253612},
+    {"centre does not creep on",                            48000,                           repeat("du",                                              3),0,0,253636,                                                                         253636},
+    {"steps counted from the learned centre",                            48000,                                "dudd",                                                   0,                                                                         2,                                                                                                                   256000,                                                                                                                                                                                                                                       253612                                                                                                                               },
+    {"centre of the other side kept",                            48000,                                "duduud", 0,0,253588,253588},
+    {"centre creeps up on the lower side",                            48000,                                repeat("ud",                                                   2),                                                                                                                           0,                                                                                                                                                                                                                                                                                                   0,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                      253576,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                         253576},
+ // 2000 returns of 12 reach the edge of the band, 24000 away; the next one still counts.
+    {"band ends early",                           48000,                               repeat("du",     2000),0,0,277600,277600},
+    {"band open at its end",                  48000,repeat("du",        2001),                                                                                                                                   0,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                         0,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                              277612,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                               277612},
+    {"band never ends",       48000,              repeat("du",                           2002),0,0,253612,253612},
+    {"lower band never ends",             48000,       repeat("ud",        2002), 0,0,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                            253588,                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                            253588},
+    {"creep of another rate",                             44100,            "du",                    0,                           0,753814,753814},
+    {"creep rounded up",                       192000,                            "du",                               0,                      0,650881,650881},
+    {"reset moves two steps",                       48000,                            "uur",                                    0,                                -1,252400,0},
+    {"reset does not learn",                       48000,                            "uurr",                               0,                            0,253588,253588                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                                },
+    {"reset goes past the centre",                            48000,                                 "uurrr",                                     0,                                  0,253588,253588},
+    {"reset from below",                       48000,                            "dddddrrrrr",                          0,                  0,253612,253612},
+};
+
+TEST(Trim, MovesLeadToTheNumeratorsWorkedByHand)
+{
+    for (const auto &c : trim_cases) {
+        reset_engine();
+        ASSERT_EQ(vx_si5351_set_conf(1, c.rate), 0);
+        EXPECT_EQ(play(c.moves), c.result) << c.fault;
+        const SI5351_CONF_T &conf = stSi5351Conf[0];
+        EXPECT_EQ(conf.count, c.count) << c.fault;
+        EXPECT_EQ(conf.value, c.value) << c.fault;
+        EXPECT_EQ(conf.num, static_cast<uint32_t>(c.value)) << c.fault;
+        EXPECT_EQ(conf.xValue, c.xValue) << c.fault;
+    }
+}
+
+TEST(Trim, AStepSizeBeyondAllReasonWraps)
+{
+    reset_engine();
+    stStep[1] = INT_MAX;
+    vx_si5351_set_conf(1, 48000);
+    play("dduudu");
+    EXPECT_EQ(stSi5351Conf[0].count, 0);
+    // The band's edge, 20 steps up, wraps to 253600 - 20 and lies below the centre: never in band.
+    EXPECT_EQ(stSi5351Conf[0].value, 253600 + INT_MAX / 100);
+}
+
+TEST(Trim, RefusalsLogAndChangeNothing)
+{
+    reset_engine();
+    EXPECT_EQ(vx_si5351_conf_inc(nullptr), -1);
+    EXPECT_EQ(vx_si5351_conf_dec(nullptr), -1);
+    EXPECT_EQ(vx_si5351_param_inc_dec2(nullptr), -1);
+    EXPECT_EQ(take_log(), LINES{});
+
+    SI5351_CONF_T stray = stSi5351Conf[0];
+    for (const int ch : {0, 4, -1, INT_MIN}) {
+        stray.ch = ch;
+        EXPECT_EQ(vx_si5351_conf_inc(&stray), -1);
+        setReg(ch);
+        vx_si5351_increase(ch);
+        vx_si5351_decrease(ch);
+        vx_si5351_reset_chn2(ch);
+        const std::string n = std::to_string(ch);
+        EXPECT_EQ(take_log(),
+                  (LINES{"ERROR invalid ch:" + n, "ERROR setReg invalid ch:" + n + " "}));
+    }
+    EXPECT_EQ(stray.count, 0);
+
+    play(repeat("u", 24));
+    play("u");
+    EXPECT_EQ(take_log(), LINES{"INFO mclk is max, count:-24"});
+    play(repeat("d", 48));
+    take_log();
+    play("d");
+    EXPECT_EQ(take_log(), LINES{"INFO mclk is min,ch:1 count:24"});
+    EXPECT_EQ(take_writes(), LINES{});
+}
+
+TEST(Trim, AStepLogsTheRecordAndWritesItsOwnBlockOnly)
+{
+    reset_engine();
+    vx_si5351_increase(1);
+    EXPECT_EQ(take_log(),
+              LINES{"INFO si5351 ch:1 rate:48000 value:252400 def:253600 status:set param"});
+    EXPECT_EQ(take_writes(),
+              (LINES{"42:FF", "43:FF", "44:10", "45:22", "46:9E", "47:FC", "48:F8", "49:1E"}));
+}
+
+TEST(Rate, AChangeStartsTheChannelAfresh)
+{
+    reset_engine();
+    play("du");
+    stSi5351Conf[1].fifoUsed = 7;
+    stStep[0] = 1401;
+    EXPECT_EQ(vx_si5351_set_param(2, 44100), 0);
+    EXPECT_EQ(read_registers(50, 8), "FF FF 10 25 DC F0 44 5C");
+    EXPECT_EQ(take_log(), LINES{"INFO init ch:2 rate:44100 value:753800 xValue:0 defVal:753800 "
+                                "count:0 step:1401 status:set param mult:79 num:753800 "
+                                "denom:1048575 div:1\n"});
+    EXPECT_EQ(stSi5351Conf[1].fifoUsed, 7);
+
+    vx_si5351_set_param(1, 48000);
+    EXPECT_EQ(stSi5351Conf[0].xValue, 0);
+    EXPECT_EQ(stSi5351Conf[0].value, 253600);
+}
+
+TEST(Rate, ARefusedRateBarsTrimmingUntilASupportedOne)
+{
+    reset_engine();
+    vx_si5351_increase(1);
+    take_log();
+    take_writes();
+    EXPECT_EQ(vx_si5351_set_param(1, 32000), -1);
+    EXPECT_EQ(take_log(), (LINES{"ERROR invalid rate:32000", "ERROR set 5351 conf err, ret:-1"}));
+    const SI5351_CONF_T &conf = stSi5351Conf[0];
+    EXPECT_EQ(conf.rate, 32000);
+    EXPECT_EQ(conf.value, 0);
+    EXPECT_EQ(conf.num, 252400U);
+    EXPECT_EQ(conf.count, -1);
+
+    vx_si5351_reset_chn2(1);
+    EXPECT_EQ(take_log(),
+              (LINES{"ERROR invalid rate:32000",
+                     "INFO si5351 ch:1 rate:32000 reset to value:0 xvalue:0 def:253600"}));
+    EXPECT_EQ(take_writes(), LINES{});
+    EXPECT_EQ(vx_si5351_set_param(1, 48000), 0);
+    EXPECT_EQ(vx_si5351_conf_inc(&stSi5351Conf[0]), 0);
+
+    take_log();
+    for (const int ch : {0, 4}) {
+        EXPECT_EQ(vx_si5351_set_param(ch, 48000), -1);
+        EXPECT_EQ(take_log(), (LINES{"ERROR invalid ch:" + std::to_string(ch),
+                                     "ERROR set 5351 conf err, ret:-1"}));
+    }
+}
+
+TEST(Rate, PendingResetsAreHandledForTheChannelsThatAsk)
+{
+    reset_engine();
+    for (int32_t ch = 1; ch <= 3; ch++)
+        vx_si5351_increase(ch);
+    set_chn_stat(2, VX_SI5351_SET_RESET);
+    vx_si5351_set_conf(3, 1);
+    set_chn_stat(3, VX_SI5351_SET_RESET);
+    handle_reset_stat();
+    EXPECT_EQ(stSi5351Conf[0].count, -1);
+    EXPECT_EQ(stSi5351Conf[1].count, 0);
+    EXPECT_EQ(stSi5351Conf[1].status, VX_SI5351_SET_RESET);
+    EXPECT_EQ(stSi5351Conf[2].status, VX_SI5351_SET_PARAM);
+}
+
+/* What the chip makes of each rate and of every trim step, decoded from its registers. */
+static const struct {
+    int rate;
+    double step_ppm;
+} step_cases[] = {
+    {44100,  16.75 },
+    {48000,  15.625},
+    {88200,  8.37  },
+    {96000,  7.81  },
+    {176400, 4.79  },
+    {192000, 4.17  },
+};
+
+static double output_hz(int ch)
+{
+    return get_clock_hz(sim_read_output(ch - 1));
+}
+
+TEST(Rate, TheChipRunsAt128TimesTheRateAndMovesByTheStep)
+{
+    reset_engine();
+    vx_si5351_init();
+    for (const auto &c : step_cases) {
+        for (int32_t ch = 1; ch <= 3; ch++) {
+            ASSERT_EQ(vx_si5351_set_param(ch, c.rate), 0);
+            const double ppm = (output_hz(ch) / (128.0 * c.rate) - 1) * 1e6;
+            EXPECT_TRUE(ppm > 0 && ppm < 10) << c.rate << " " << ppm;
+            for (int move = -24; move < 48; move++) { // 24 steps up, then 48 down
+                const double before = output_hz(ch);
+                (void)(move < 0 ? vx_si5351_increase(ch) : vx_si5351_decrease(ch));
+                const double moved_ppm = (output_hz(ch) / before - 1) * 1e6;
+                // Coming back to 0, the centre has crept by a hundredth of a step.
+                const double tolerance = 0.012 + (move == 23 || move == 24 ? c.step_ppm / 90 : 0);
+                EXPECT_NEAR(moved_ppm, move < 0 ? c.step_ppm : -c.step_ppm, tolerance)
+                    << c.rate << " move " << move;
+            }
+        }
+    }
+}
+
+TEST(Channels, DumpListsTheThreeRecords)
+{
+    reset_engine();
+    si5351pid = 77;
+    set_fifo_stat(2, 100, 50);
+    for (const int ch : {0, 4}) {
+        EXPECT_EQ(set_fifo_stat(ch, 1, 1), 0);
+        EXPECT_EQ(set_chn_stat(ch, VX_SI5351_DUMP), 0);
+    }
+    set_chn_stat(3, static_cast<VX_SI5351CMD_E>(0x123A));
+    EXPECT_EQ(stSi5351Conf[1].fifoTotal, 100);
+    EXPECT_EQ(stSi5351Conf[1].fifoUsed, 50);
+
+    char *text = nullptr;
+    size_t size = 0;
+    FILE *stream = open_memstream(&text, &size);
+    EXPECT_EQ(vx_si5351_dump(stream), 1);
+    (void)fclose(stream);
+    EXPECT_STREQ(text, "si5351 pid:77 \n"
+                       "ch:1 rate:48000 value:253600 status:set param\n"
+                       "ch:2 rate:48000 value:253600 status:set param\n"
+                       "ch:3 rate:48000 value:253600 status:unknonw\n"
+                       "\n");
+    free(text);
+    si5351pid = 0;
+}

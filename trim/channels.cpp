@@ -1,0 +1,134 @@
+/* The channel records, the rate and step tables, and the words for command codes. */
+#include "trim/channels.h"
+
+#include <algorithm>
+#include <iterator>
+#include <unistd.h>
+
+static constexpr useconds_t DUMP_PAUSE_US = 1000;
+
+/* By ascending rate. The outputs come to 6.4, 4.6, 7.6, 8.5, 9.4 and 10.0 ppm above 128 x rate. */
+static constexpr RATE_ROW_T rate_rows[] = {
+  //  rate, mult,    num, div, start_step
+    {44100,  79, 753800, 1, 1400},
+    {48000,  73, 253600, 1, 1200},
+    {88200,  79, 753700, 0, 700 },
+    {96000,  73, 253300, 0, 600 },
+    {176400, 39, 901060, 0, 200 },
+    {192000, 36, 650880, 0, 160 },
+};
+static_assert(std::size(rate_rows) == RATE_COUNT, "one trim step per rate");
+
+struct STATUS_WORD_T {
+    VX_SI5351CMD_E status;
+    const char *word;
+};
+static constexpr STATUS_WORD_T status_words[] = {
+    {VX_SI5351_SET_PARAM, "set param"},
+    {VX_SI5351_SET_INC,   "increase" },
+    {VX_SI5351_SET_DEC,   "decrease" },
+    {VX_SI5351_SET_RESET, "reset"    },
+    {VX_FIFO_REPORT,      "report"   },
+    {VX_SI5351_DUMP,      "dump"     },
+};
+
+/* Every channel starts at the 48000 Hz setting, as if just set to it. */
+static constexpr SI5351_CONF_T start_record(int32_t ch)
+{
+    const RATE_ROW_T &row = rate_rows[1];
+    SI5351_CONF_T record{};
+    record.ch = ch;
+    record.rate = row.rate_hz;
+    record.value = record.defVal = static_cast<int32_t>(row.num);
+    record.step = row.start_step;
+    record.status = VX_SI5351_SET_PARAM;
+    record.mult = row.mult;
+    record.num = row.num;
+    record.denom = RATIO_DENOM;
+    record.div = row.div;
+    return record;
+}
+
+std::mutex g_engine_lock;
+SI5351_CONF_T stSi5351Conf[CHANNEL_COUNT] = {start_record(1), start_record(2), start_record(3)};
+int32_t stStep[RATE_COUNT] = {rate_rows[0].start_step, rate_rows[1].start_step,
+                              rate_rows[2].start_step, rate_rows[3].start_step,
+                              rate_rows[4].start_step, rate_rows[5].start_step};
+std::atomic<int32_t> g_s32EnableSi5351{1};
+std::atomic<int64_t> si5351pid{0};
+
+const RATE_ROW_T *find_rate(int32_t rate_hz)
+{
+    const auto *row = std::find_if(std::begin(rate_rows), std::end(rate_rows),
+                                   [&](const RATE_ROW_T &r) { return r.rate_hz == rate_hz; });
+    return row == std::end(rate_rows) ? nullptr : row;
+}
+
+int32_t &trim_step(const RATE_ROW_T &row)
+{
+    return stStep[&row - rate_rows];
+}
+
+bool is_channel(int32_t ch)
+{
+    return ch >= 1 && ch <= CHANNEL_COUNT;
+}
+
+SI5351_CONF_T &channel_record(int32_t ch)
+{
+    return stSi5351Conf[ch - 1];
+}
+
+RECORDS_T copy_records()
+{
+    const std::lock_guard lock(g_engine_lock);
+    return {stSi5351Conf[0], stSi5351Conf[1], stSi5351Conf[2]};
+}
+
+SI5351_CONF_T copy_record(int32_t ch)
+{
+    const std::lock_guard lock(g_engine_lock);
+    return channel_record(ch);
+}
+
+const char *get_status_si53512(VX_SI5351CMD_E status)
+{
+    for (const STATUS_WORD_T &row : status_words) {
+        if (row.status == status) return row.word;
+    }
+    return "unknonw"; // as every reader of logs and dumps knows it
+}
+
+size_t format_record(char *text, size_t size, const SI5351_CONF_T &record)
+{
+    const int length = snprintf(text, size, "ch:%d rate:%d value:%d status:%s\n", record.ch,
+                                record.rate, record.value, get_status_si53512(record.status));
+    return std::min(static_cast<size_t>(length), size - 1);
+}
+
+int vx_si5351_dump(FILE *stream)
+{
+    if (stream == nullptr) return -1;
+    (void)fprintf(stream, "si5351 pid:%ld \n", static_cast<long>(si5351pid));
+    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
+        char line[128];
+        format_record(line, sizeof(line), copy_record(ch));
+        (void)fputs(line, stream);
+        usleep(DUMP_PAUSE_US);
+    }
+    return fprintf(stream, "\n");
+}
+
+int set_fifo_stat(int32_t ch, int32_t total, int32_t used)
+{
+    if (!is_channel(ch)) return 0;
+    channel_record(ch).fifoTotal = total;
+    channel_record(ch).fifoUsed = used;
+    return 0;
+}
+
+int set_chn_stat(int32_t ch, VX_SI5351CMD_E status)
+{
+    if (is_channel(ch)) channel_record(ch).status = status;
+    return 0;
+}
