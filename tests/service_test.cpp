@@ -45,7 +45,7 @@ struct Service : testing::Test {
         apply_command(&model, cmd, ch, arg0, arg1);
         EXPECT_EQ(cmd == 0x1234 ? receive_reply(client).size() : 64U, 64U);
     }
-    void expect_agreement()
+    void expect_agreement() const
     {
         EXPECT_EQ(fetch_dump(client), model_dump(model));
         EXPECT_EQ(chip_registers(), model_registers(model));
