@@ -57,8 +57,8 @@ static void send_dump(SERVICE_T *service)
     static constexpr char heading[] = "5351 info\n";
     send_text(service, heading, sizeof(heading) - 1);
     for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
-        char line[256];
-        const size_t length = format_record(line, sizeof(line), copy_record(ch));
+        char line[RECORD_LINE_SIZE];
+        const size_t length = format_record(line, copy_record(ch));
         send_text(service, line, length);
         usleep(DUMP_PAUSE_US);
     }

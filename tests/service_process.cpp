@@ -14,11 +14,11 @@
 
 #include "service/protocol.h"
 
-SERVICE_PROCESS_T start_service(const std::string &program)
+SERVICE_PROCESS_T start_service(const std::string &program, const std::string &folder)
 {
     static int started = 0;
     const std::string output =
-        "/tmp/si5351_output." + std::to_string(getpid()) + "." + std::to_string(started++);
+        folder + "/si5351_output." + std::to_string(getpid()) + "." + std::to_string(started++);
     const pid_t pid = fork();
     if (pid == 0) {
         const int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);

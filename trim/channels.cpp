@@ -1,23 +1,10 @@
 /* The channel records, the rate and step tables, and the words for command codes. */
 #include "trim/channels.h"
 
-#include <algorithm>
 #include <iterator>
 #include <unistd.h>
 
 static constexpr useconds_t DUMP_PAUSE_US = 1000;
-
-/* By ascending rate. The outputs come to 6.4, 4.6, 7.6, 8.5, 9.4 and 10.0 ppm above 128 x rate. */
-static constexpr RATE_ROW_T rate_rows[] = {
-  //  rate, mult,    num, div, start_step
-    {44100,  79, 753800, 1, 1400},
-    {48000,  73, 253600, 1, 1200},
-    {88200,  79, 753700, 0, 700 },
-    {96000,  73, 253300, 0, 600 },
-    {176400, 39, 901060, 0, 200 },
-    {192000, 36, 650880, 0, 160 },
-};
-static_assert(std::size(rate_rows) == RATE_COUNT, "one trim step per rate");
 
 struct STATUS_WORD_T {
     VX_SI5351CMD_E status;
@@ -59,9 +46,10 @@ std::atomic<int64_t> si5351pid{0};
 
 const RATE_ROW_T *find_rate(int32_t rate_hz)
 {
-    const auto *row = std::find_if(std::begin(rate_rows), std::end(rate_rows),
-                                   [&](const RATE_ROW_T &r) { return r.rate_hz == rate_hz; });
-    return row == std::end(rate_rows) ? nullptr : row;
+    for (const RATE_ROW_T &row : rate_rows) {
+        if (row.rate_hz == rate_hz) return &row;
+    }
+    return nullptr;
 }
 
 int32_t &trim_step(const RATE_ROW_T &row)
@@ -99,11 +87,22 @@ const char *get_status_si53512(VX_SI5351CMD_E status)
     return "unknonw"; // as every reader of logs and dumps knows it
 }
 
-size_t format_record(char *text, size_t size, const SI5351_CONF_T &record)
+size_t format_record(char *line, const SI5351_CONF_T &record)
 {
-    const int length = snprintf(text, size, "ch:%d rate:%d value:%d status:%s\n", record.ch,
-                                record.rate, record.value, get_status_si53512(record.status));
-    return std::min(static_cast<size_t>(length), size - 1);
+    const int length =
+        snprintf(line, RECORD_LINE_SIZE, "ch:%d rate:%d value:%d status:%s\n", record.ch,
+                 record.rate, record.value, get_status_si53512(record.status));
+    return static_cast<size_t>(length);
+}
+
+void format_record_details(char *line, const SI5351_CONF_T &record)
+{
+    (void)snprintf(line, RECORD_LINE_SIZE, // seven numbers of 11 characters, four of 10: fits
+                   "ch:%d rate:%d value:%d xValue:%d defVal:%d count:%d step:%d status:%s mult:%u "
+                   "num:%u denom:%u div:%u\n",
+                   record.ch, record.rate, record.value, record.xValue, record.defVal, record.count,
+                   record.step, get_status_si53512(record.status), record.mult, record.num,
+                   record.denom, record.div);
 }
 
 int vx_si5351_dump(FILE *stream)
@@ -111,8 +110,8 @@ int vx_si5351_dump(FILE *stream)
     if (stream == nullptr) return -1;
     (void)fprintf(stream, "si5351 pid:%ld \n", static_cast<long>(si5351pid));
     for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
-        char line[128];
-        format_record(line, sizeof(line), copy_record(ch));
+        char line[RECORD_LINE_SIZE];
+        format_record(line, copy_record(ch));
         (void)fputs(line, stream);
         usleep(DUMP_PAUSE_US);
     }

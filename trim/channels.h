@@ -7,12 +7,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 #include <mutex>
 
 #include "service/protocol.h"
 
 inline constexpr int CHANNEL_COUNT = 3;
-inline constexpr int RATE_COUNT = 6;
 
 /* One channel. Its output runs at 900 MHz / (mult + num / denom) / 2^div: larger num, slower
  * clock. */
@@ -49,8 +49,8 @@ inline constexpr CHANNEL_ROW_T channel_rows[CHANNEL_COUNT] = {
 };
 
 /* Everything known of a sample rate; the row number is the index into stStep. The output is PLL A
- * (900 MHz) / (mult + num / 1048575) / 2^div, which is 128 times the rate and up to 10 ppm above.
- */
+ * (900 MHz) / (mult + num / 1048575) / 2^div, which comes to 6.4, 4.6, 7.6, 8.5, 9.4 and 10.0 ppm
+ * above 128 times the rate. */
 struct RATE_ROW_T {
     int32_t rate_hz;
     uint8_t mult;
@@ -58,6 +58,15 @@ struct RATE_ROW_T {
     uint8_t div;
     int32_t start_step; // trim step at start, in units of num
 };
+inline constexpr RATE_ROW_T rate_rows[] = {
+    {44100,  79, 753800, 1, 1400},
+    {48000,  73, 253600, 1, 1200},
+    {88200,  79, 753700, 0, 700 },
+    {96000,  73, 253300, 0, 600 },
+    {176400, 39, 901060, 0, 200 },
+    {192000, 36, 650880, 0, 160 },
+};
+inline constexpr int RATE_COUNT = std::size(rate_rows);
 
 /**
  * @return the row of a sample rate in Hz, or null when the rate is none of the six
@@ -116,12 +125,21 @@ SI5351_CONF_T copy_record(int32_t ch);
  */
 const char *get_status_si53512(VX_SI5351CMD_E status);
 
+/* Room for the lines of a record, as long as they can get. */
+inline constexpr size_t RECORD_LINE_SIZE = 256;
+
 /**
  * Formats the short line of a record, "ch:%d rate:%d value:%d status:%s\n".
- * @param text  buffer of size bytes; the line is cut to fit, and terminated
- * @return length of the text
+ * @param line  room for RECORD_LINE_SIZE bytes; terminated
+ * @return length of the line
  */
-size_t format_record(char *text, size_t size, const SI5351_CONF_T &record);
+size_t format_record(char *line, const SI5351_CONF_T &record);
+
+/**
+ * Formats the long line of a record: all but its FIFO.
+ * @param line  room for RECORD_LINE_SIZE bytes; terminated
+ */
+void format_record_details(char *line, const SI5351_CONF_T &record);
 
 /**
  * Writes a summary to a stream: the service thread's id, one line per record, an empty line;

@@ -30,10 +30,9 @@ int vx_si5351_set_conf(int32_t ch, int32_t rate_hz)
     conf.num = row->num;
     conf.denom = RATIO_DENOM;
     conf.div = row->div;
-    LOG_INFO("init ch:%d rate:%d value:%d xValue:%d defVal:%d count:%d step:%d status:%s mult:%u "
-             "num:%u denom:%u div:%u\n",
-             conf.ch, conf.rate, conf.value, conf.xValue, conf.defVal, conf.count, conf.step,
-             get_status_si53512(conf.status), conf.mult, conf.num, conf.denom, conf.div);
+    char line[RECORD_LINE_SIZE];
+    format_record_details(line, conf);
+    LOG_INFO("init %s", line);
     return 0;
 }
 
