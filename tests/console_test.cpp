@@ -130,13 +130,13 @@ TEST(Console, NoTwoBlocksInterleaveWithTheService)
     reset_engine();
     std::thread(si5351_svr_start).detach();
     const int client = open_client();
-    while (receive_reply(client, 100).empty())
-        send_words(client, {0x1234, 1, 48000});
-    take_writes();
+    await_port();
 
     std::thread console([] {
-        for (int i = 0; i < 1000; i++)
+        for (int i = 0; i < 1000; i++) {
             run_console_command(i % 20 < 10 ? "inc 1" : "init 2 44100");
+            usleep(100); // or it would hardly let go of the lock
+        }
     });
     for (uint32_t i = 0; i < 1000; i++) {
         send_words(client, {0x1235 + i % 3, 1 + i % 3, 0});

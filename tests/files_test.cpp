@@ -38,6 +38,7 @@ struct Files : testing::Test {
     {
         process = start_service(SI5351_APP_SIM);
         await_output(process, "CLK2 runs at 6144028.14 Hz");
+        await_port();
         ASSERT_EQ(fetch_dump(client), model_dump(model));
     }
     void TearDown() override
@@ -202,6 +203,7 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
         const SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM, home);
         const int client = open_client();
         await_output(process, "CLK2 runs at 6144028.14 Hz");
+        await_port();
         if (fault.pipe_line != nullptr) await_output(process, fault.pipe_line, 2);
         if (fault.dump_line != nullptr) {
             type("dump\n");

@@ -66,6 +66,15 @@ void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int
     FAIL() << text << " is not in " << read_output(service);
 }
 
+void await_port()
+{
+    for (int poll = 0; poll < 2000; poll++) {
+        if (read_file("/proc/net/udp").find(" 0100007F:2AF8 ") != std::string::npos) return;
+        usleep(10000);
+    }
+    FAIL() << "127.0.0.1:11000 is not bound";
+}
+
 int open_client()
 {
     return socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);

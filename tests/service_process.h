@@ -24,6 +24,9 @@ std::string read_output(const SERVICE_PROCESS_T &service);
 /* Waits until a text has appeared so many times, at most 20 s; fails the test when it does not. */
 void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int times = 1);
 
+/* Waits until the command port is bound, at most 20 s; fails the test when it is not. */
+void await_port();
+
 /* A client socket; its port is any free one. */
 int open_client();
 

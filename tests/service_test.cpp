@@ -31,6 +31,7 @@ struct Service : testing::Test {
     {
         process = start_service(SI5351_APP_SIM);
         await_output(process, "CLK2 runs at 6144028.14 Hz");
+        await_port();
         ASSERT_EQ(fetch_dump(client), model_dump(model));
     }
     void TearDown() override
@@ -235,6 +236,7 @@ TEST(ServiceStart, GoesOnWithoutBusAndLoggingFile)
     const SERVICE_PROCESS_T process = start_service(SI5351_APP);
     const int client = open_client();
     await_output(process, "Unable to open i2c control file:/dev/i2c-1 --[vx_si5351:", 104);
+    await_port();
     EXPECT_EQ(fetch_dump(client), model_dump(MODEL_T{}));
     const std::string output = read_output(process);
     EXPECT_EQ(output.find("logging file /config/logconf/si5351_app.conf: "), 0U) << output;
@@ -260,10 +262,8 @@ TEST(ServiceStart, WaitsForItsPort)
     EXPECT_NE(stat.find(") S "), std::string::npos) << "sleeps between its attempts: " << stat;
     close(squatter);
     const int client = open_client();
-    for (std::string dump; dump.empty();) {
-        send_words(client, {0x1239});
-        dump = receive_reply(client, 500);
-    }
+    await_port();
+    EXPECT_EQ(fetch_dump(client), model_dump(MODEL_T{}));
     close(client);
     stop_service(process);
 }
