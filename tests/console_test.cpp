@@ -146,7 +146,12 @@ TEST(Console, NoTwoBlocksInterleaveWithTheService)
         EXPECT_EQ(receive_reply(client).size(), 64U);
     }
     console.join();
+    // The log line of the dump is the last thing it does: from there on it only waits.
     EXPECT_NE(fetch_dump(client), "");
+    for (bool idle = false; !idle;) {
+        for (const std::string &line : take_log())
+            idle = idle || line.find("cmd:0x1239-dump") != std::string::npos;
+    }
     const auto writes = sim_take_transactions();
     ASSERT_EQ(writes.size() % 8, 0U);
     ASSERT_GT(writes.size(), 500U * 8);

@@ -23,5 +23,5 @@ exec unshare --user --map-root-user --mount --net sh -c '
     esac
     mount --move /mnt /tmp
     if [ -d /config ]; then mount -t tmpfs tmpfs /config; fi
-    cd /
+    cd "$PWD"
     exec "$@"' "$project" "$@"
