@@ -3,6 +3,7 @@
 
 #include <iterator>
 
+#include "chip/fixed_table.h"
 #include "chip/i2c_access.h"
 #include "chip/multisynth.h"
 #include "trim/channels.h"
@@ -66,6 +67,7 @@ int vx_si5351_init()
         const SI5351_CONF_T &conf = channel_record(ch);
         Multisynth(channel_rows[ch - 1].block, conf.mult, conf.num, conf.denom, conf.div);
     }
+    ch_param = {};
     return 1;
 }
 

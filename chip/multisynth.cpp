@@ -2,6 +2,8 @@
  */
 #include "chip/multisynth.h"
 
+#include <unistd.h>
+
 #include "chip/i2c_access.h"
 #include "log/log.h"
 
@@ -27,11 +29,12 @@ DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits)
     };
 }
 
-void write_block(uint8_t reg, const DIVIDER_BLOCK_T &bytes)
+void write_block(uint8_t reg, const DIVIDER_BLOCK_T &bytes, unsigned pause_us)
 {
     for (const uint8_t byte : bytes) {
         (void)i2cSendRegister(reg, byte); // always 0; a failure is in the log
         reg++;
+        if (pause_us > 0) usleep(pause_us);
     }
 }
 

@@ -30,10 +30,11 @@ DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits);
 /**
  * Writes a block, each register in a transaction of its own, ascending. A register that fails is
  * logged by the bus access, and the next one is written all the same.
- * @param reg    first register of the block
- * @param bytes  its content
+ * @param reg       first register of the block
+ * @param bytes     its content
+ * @param pause_us  time to sleep after each register, written or failed
  */
-void write_block(uint8_t reg, const DIVIDER_BLOCK_T &bytes);
+void write_block(uint8_t reg, const DIVIDER_BLOCK_T &bytes, unsigned pause_us = 0);
 
 /**
  * Sets a PLL's feedback divider to mult + num / denom.

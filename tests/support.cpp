@@ -12,6 +12,7 @@
 #include <log4cpp/PatternLayout.hh>
 #include <unistd.h>
 
+#include "chip/fixed_table.h"
 #include "chip/i2c_access.h"
 #include "sim/i2c_bus_sim.h"
 #include "trim/channels.h"
@@ -69,6 +70,7 @@ void reset_engine()
     static const std::vector<int32_t> start_steps(std::begin(stStep), std::end(stStep));
     std::copy(start_records.begin(), start_records.end(), stSi5351Conf);
     std::copy(start_steps.begin(), start_steps.end(), stStep);
+    ch_param = {};
     g_s32EnableSi5351 = 1;
     I2C_Deinit();
     sim_reset();

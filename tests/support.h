@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-/* Records, step table, switch, bus and simulated chip as at start; the log taken so far is gone. */
+/* Records, step table, ch_param, switch, bus and simulated chip as at start; the log taken so far
+ * is gone. */
 void reset_engine();
 
 /* The lines logged since the last call, as "ERROR message"; the place " --[source:line]" is checked
