@@ -21,20 +21,20 @@ enum FAMILY_E { MSP_22579000, MSP_24576000 };
 enum OFFSET_E { OFFSET_INC, OFFSET_DEC };
 
 struct FIXED_RATE_T {
-    int rate_hz;
     CH_PARAM_T nominal;
     FAMILY_E family;
 };
 
 // clang-format off
+/* In the order of rate_rows. */
 static constexpr FIXED_RATE_T fixed_rates[] = {
-    //  rate  div     P1    P2     P3
-    {  44100, {2, {4590, 1942, 22579}}, MSP_22579000},
-    {  48000, {2, {4175,  128,   256}}, MSP_24576000},
-    {  88200, {1, {4590, 1942, 22579}}, MSP_22579000},
-    {  96000, {1, {4175,  128,   256}}, MSP_24576000},
-    { 176400, {0, {4590, 1942, 22579}}, MSP_22579000},
-    { 192000, {0, {4175,  128,   256}}, MSP_24576000},
+    // div     P1    P2     P3
+    {{  2, {4590, 1942, 22579}}, MSP_22579000}, //  44100
+    {{  2, {4175,  128,   256}}, MSP_24576000}, //  48000
+    {{  1, {4590, 1942, 22579}}, MSP_22579000}, //  88200
+    {{  1, {4175,  128,   256}}, MSP_24576000}, //  96000
+    {{  0, {4590, 1942, 22579}}, MSP_22579000}, // 176400
+    {{  0, {4175,  128,   256}}, MSP_24576000}, // 192000
 };
 static_assert(std::size(fixed_rates) == RATE_COUNT, "every sample rate");
 
@@ -126,9 +126,8 @@ CH_PARAM_T ch_param = {};
 
 static const FIXED_RATE_T *find_fixed_rate(int rate_hz)
 {
-    const auto *row = std::find_if(std::begin(fixed_rates), std::end(fixed_rates),
-                                   [&](const FIXED_RATE_T &r) { return r.rate_hz == rate_hz; });
-    return row == std::end(fixed_rates) ? nullptr : row;
+    const RATE_ROW_T *row = find_rate(rate_hz);
+    return row == nullptr ? nullptr : &fixed_rates[row - rate_rows];
 }
 
 static const DIVIDER_T *find_divider(const FIXED_RATE_T &rate, int key_hz, OFFSET_E direction)
