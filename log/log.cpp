@@ -1,14 +1,18 @@
 /* The log: formats a line once and hands it to log4cpp. */
 #include "log/log.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <iostream>
+#include <log4cpp/Appender.hh>
 #include <log4cpp/Category.hh>
 #include <log4cpp/OstreamAppender.hh>
 #include <log4cpp/PatternLayout.hh>
 #include <log4cpp/PropertyConfigurator.hh>
+#include <string>
 
 static constexpr const char *LOG_CATEGORY = "CATEGORY";
 static constexpr int LINE_SIZE = 1024;
@@ -40,15 +44,23 @@ static void log_to_standard_error()
     root.setPriority(log4cpp::Priority::INFO);
 }
 
+/* log4cpp says nothing of a log file that it cannot open; opening all once more tells. */
+static bool open_log_files()
+{
+    return log4cpp::Appender::reopenAll();
+}
+
 int configure_logging(const char *path)
 {
+    std::string reason;
     try {
         log4cpp::PropertyConfigurator::configure(path);
-        return 0;
+        if (open_log_files()) return 0;
+        reason = std::string("its log file cannot be opened: ") + strerror(errno);
     } catch (const std::exception &failure) {
-        (void)fprintf(stderr, "logging file %s: %s; logging to standard error\n", path,
-                      failure.what());
+        reason = failure.what();
     }
+    (void)fprintf(stderr, "logging file %s: %s; logging to standard error\n", path, reason.c_str());
     log_to_standard_error();
     return -1;
 }

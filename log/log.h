@@ -20,8 +20,8 @@ void log_line(int priority, const char *source, unsigned line, const char *forma
 
 /**
  * Configures log4cpp from a property file. Call it once, before the first thread.
- * When the file cannot be used, one line on standard error names it and the reason, and the log
- * goes to standard error at INFO.
+ * When the file cannot be used, or a log file that it names cannot be opened, one line on
+ * standard error says so with the reason, and the log goes to standard error at INFO.
  * @param path  the property file
  * @return 0 configured as the file says, -1 logging to standard error instead
  */

@@ -1,0 +1,86 @@
+/* The log: a line's suffix and the property file, good or bad. */
+#include "log/log.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <log4cpp/Category.hh>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/service_process.h"
+
+static const std::string path = "/tmp/si5351_log_test.conf";
+
+static std::string configure_and_log(const std::string &file, int *result)
+{
+    log4cpp::Category::getRoot().removeAllAppenders();
+    testing::internal::CaptureStderr();
+    *result = configure_logging(file.c_str());
+    log_line(log4cpp::Priority::INFO, "here", 7, "%d", 42);
+    return testing::internal::GetCapturedStderr();
+}
+
+TEST(Log, AFileThatCannotBeUsedSendsTheLogToStandardError)
+{
+    static const struct {
+        const char *fault;
+        const char *text; // null: a directory stands there
+    } cases[] = {
+        {"a directory read as empty",   nullptr                                                                          },
+        {"an empty file taken",         ""                                                                               },
+        {"garbage taken",               "\x01\x02\xFF=\n==\n"                                                            },
+        {"a priority of no name taken", "rootCategory=LOUD, file\n"                                                      },
+        {"lines lost without a word",   "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
+                                      "appender.file.fileName=/nowhere/at/all.log\n"},
+        {"half a set-up left standing",
+         "rootCategory=ERROR, good, bad\nappender.good=FileAppender\n"
+         "appender.good.fileName=/tmp/si5351_log_test.log\nappender.bad=Nothing\n"                                       },
+    };
+    for (const auto &c : cases) {
+        (void)remove(path.c_str());
+        if (c.text == nullptr) {
+            ASSERT_EQ(mkdir(path.c_str(), 0700), 0);
+        } else {
+            std::ofstream(path) << c.text;
+        }
+        int result = 0;
+        const std::string output = configure_and_log(path, &result);
+        EXPECT_EQ(result, -1) << c.fault;
+        EXPECT_EQ(output.rfind("logging file " + path + ": ", 0), 0U) << c.fault << output;
+        const std::string line = " [INFO] 42 --[here:7]\n";
+        ASSERT_GT(output.size(), line.size()) << c.fault;
+        EXPECT_EQ(output.substr(output.size() - line.size()), line) << c.fault;
+    }
+    (void)remove(path.c_str());
+}
+
+/* The file that boards get, with its log file put elsewhere: a long run keeps three files of 1 MiB
+ * at most. */
+TEST(Log, TheBoardsFileIsOfBoundedSize)
+{
+    std::string text = read_file(LOGGING_FILE);
+    const std::string board_log = "/var/log/si5351_app.log";
+    const std::string log = "/tmp/si5351_log_test.log";
+    ASSERT_NE(text.find(board_log), std::string::npos);
+    std::ofstream(path) << text.replace(text.find(board_log), board_log.size(), log);
+    int result = -1;
+    EXPECT_EQ(configure_and_log(path, &result), "");
+    ASSERT_EQ(result, 0);
+    const std::string line = read_file(log);
+    EXPECT_EQ(line.rfind("INFO 20", 0), 0U) << line;
+    EXPECT_NE(line.find(" 42 --[here:7]\n"), std::string::npos) << line;
+
+    for (int i = 0; i < 5000; i++)
+        log_line(log4cpp::Priority::ERROR, "here", 8, "%s", std::string(1000, 'x').c_str());
+    log4cpp::Category::shutdown();
+    struct stat status = {};
+    for (const char *name : {"", ".1", ".2"}) {
+        EXPECT_EQ(stat((log + name).c_str(), &status), 0) << name;
+        EXPECT_LE(status.st_size, 1048576 + 2048) << name;
+        (void)remove((log + name).c_str());
+    }
+    EXPECT_NE(stat((log + ".3").c_str(), &status), 0);
+    (void)remove(path.c_str());
+}
