@@ -100,16 +100,18 @@ struct COMMAND_ROW_T {
     ARGUMENTS_T defaults;
     void (*act)(const ARGUMENTS_T &args);
 };
+// clang-format off
 static constexpr COMMAND_ROW_T command_rows[] = {
-    {"y",    "enable",   0, {0, 0},     enable_service },
+    {"y",    "enable",   0, {0, 0},     enable_service},
     {"n",    "disable",  0, {0, 0},     disable_service},
-    {"dump", "dump",     0, {0, 0},     dump_records   },
-    {"step", "step",     2, {1, 100},   set_step       },
-    {"inc",  "increase", 1, {1, 0},     increase       },
-    {"dec",  "decrease", 1, {1, 0},     decrease       },
-    {"rst",  "reset",    1, {1, 0},     reset          },
-    {"init", "init",     2, {1, 48000}, init           },
+    {"dump", "dump",     0, {0, 0},     dump_records},
+    {"step", "step",     2, {1, 100},   set_step},
+    {"inc",  "increase", 1, {1, 0},     increase},
+    {"dec",  "decrease", 1, {1, 0},     decrease},
+    {"rst",  "reset",    1, {1, 0},     reset},
+    {"init", "init",     2, {1, 48000}, init},
 };
+// clang-format on
 
 static bool begins_with(const char *text, std::string_view keyword)
 {

@@ -117,14 +117,16 @@ struct COMMAND_ROW_T {
     void (*take)(SERVICE_T *service);
     void (*act)(SERVICE_T *service); // null: all done by then
 };
+// clang-format off
 static constexpr COMMAND_ROW_T command_rows[] = {
     {VX_SI5351_SET_PARAM, hold_rate, act_set_param},
-    {VX_SI5351_SET_INC,   hold_rate, act_increase },
-    {VX_SI5351_SET_DEC,   hold_rate, act_decrease },
-    {VX_SI5351_SET_RESET, hold_rate, act_reset    },
-    {VX_FIFO_REPORT,      hold_fifo, act_report   },
-    {VX_SI5351_DUMP,      send_dump, nullptr      },
+    {VX_SI5351_SET_INC,   hold_rate, act_increase},
+    {VX_SI5351_SET_DEC,   hold_rate, act_decrease},
+    {VX_SI5351_SET_RESET, hold_rate, act_reset},
+    {VX_FIFO_REPORT,      hold_fifo, act_report},
+    {VX_SI5351_DUMP,      send_dump, nullptr},
 };
+// clang-format on
 
 static const COMMAND_ROW_T *find_command(uint32_t cmd)
 {

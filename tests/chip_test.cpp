@@ -29,22 +29,22 @@ TEST(Dividers, RatiosBecomeTheEightRegisters)
         int first;
         const char *bytes;
     } cases[] = {
-        {"bytes out of order",             [] { setupPLL(26, 33, 1, 3); },                  26, "00 03 00 0E AA 00 00 02"},
-        {"the older entry differs",        [] { setupReg(26, 33, 1, 3); },                  26, "00 03 00 0E AA 00 00 02"},
-        {"divider code lost",              [] { Multisynth(42, 73, 253600, 1048575, 1); },  42,
-         "FF FF 10 22 9E FF 50 1E"                                                                                       },
-        {"integer part cut",               [] { Multisynth(50, 255, 0, 1, 0); },            50, "00 01 00 7D 80 00 00 00"},
-        {"no whole ratio",                 [] { Multisynth(50, 36, 0, 1, 0); },             50, "00 01 00 10 00 00 00 00"},
-        {"fraction in double precision",   [] { Multisynth(58, 36, 1023999, 1048575, 0); }, 58,
-         "FF FF 00 10 7D FF FF FD"                                                                                       },
- // 2^20 + 1: f 0, P1 4096, P2 128, P3 1048577 of which 1 is left
-        {"wide denominator cut too early", [] { Multisynth(58, 36, 1, 1048577, 0); },       58,
-         "00 01 00 10 00 00 00 80"                                                                                       },
-        {"P1 below 0 not wrapped",         [] { Multisynth(58, 0, 0, 1, 7); },              58,
-         "00 01 73 FE 00 00 00 00"                                                                                       },
-        {"divider code masked",            [] { Multisynth(58, 36, 0, 1, 8); },             58, "00 01 80 10 00 00 00 00"},
-        {"integer block",                  [] { setupMultisynth(50, 36, 0); },              50, "00 01 00 10 00 00 00 00"},
-        {"code shifted",                   [] { setupMultisynth(50, 2047, 0x20); },         50, "00 01 23 FD 80 00 00 00"},
+        {"bytes out of order", [] { setupPLL(26, 33, 1, 3); }, 26, "00 03 00 0E AA 00 00 02"},
+        {"the older entry differs", [] { setupReg(26, 33, 1, 3); }, 26, "00 03 00 0E AA 00 00 02"},
+        {"divider code lost", [] { Multisynth(42, 73, 253600, 1048575, 1); }, 42,
+         "FF FF 10 22 9E FF 50 1E"},
+        {"integer part cut", [] { Multisynth(50, 255, 0, 1, 0); }, 50, "00 01 00 7D 80 00 00 00"},
+        {"no whole ratio", [] { Multisynth(50, 36, 0, 1, 0); }, 50, "00 01 00 10 00 00 00 00"},
+        {"fraction in double precision", [] { Multisynth(58, 36, 1023999, 1048575, 0); }, 58,
+         "FF FF 00 10 7D FF FF FD"},
+        // 2^20 + 1: f 0, P1 4096, P2 128, P3 1048577 of which 1 is left
+        {"wide denominator cut too early", [] { Multisynth(58, 36, 1, 1048577, 0); }, 58,
+         "00 01 00 10 00 00 00 80"},
+        {"P1 below 0 not wrapped", [] { Multisynth(58, 0, 0, 1, 7); }, 58,
+         "00 01 73 FE 00 00 00 00"},
+        {"divider code masked", [] { Multisynth(58, 36, 0, 1, 8); }, 58, "00 01 80 10 00 00 00 00"},
+        {"integer block", [] { setupMultisynth(50, 36, 0); }, 50, "00 01 00 10 00 00 00 00"},
+        {"code shifted", [] { setupMultisynth(50, 2047, 0x20); }, 50, "00 01 23 FD 80 00 00 00"},
     };
     for (const auto &c : cases) {
         reset_engine();
@@ -212,13 +212,13 @@ TEST(I2cAccess, SendsWhatItIsGivenOrRefuses)
         unsigned sent; // bytes of the message, 0: none
         const char *log;
     } cases[] = {
-        {"register number alone",      0x60,  false, 0,     0,  1, nullptr},
-        {"longer write",               0x60,  true,  3,     0,  4, nullptr},
-        {"high address bits sent",     0x160, true,  1,     0,  2, nullptr},
-        {"address cut in the message", 0x161, true,  1,     -2, 2, "0x161"},
-        {"length taken as unsigned",   0x60,  true,  -1,    -2, 0, "0x60" },
-        {"null data read",             0x60,  false, 1,     -2, 0, "0x60" },
-        {"length field overrun",       0x60,  true,  65535, -2, 0, "0x60" },
+        {"register number alone", 0x60, false, 0, 0, 1, nullptr},
+        {"longer write", 0x60, true, 3, 0, 4, nullptr},
+        {"high address bits sent", 0x160, true, 1, 0, 2, nullptr},
+        {"address cut in the message", 0x161, true, 1, -2, 2, "0x161"},
+        {"length taken as unsigned", 0x60, true, -1, -2, 0, "0x60"},
+        {"null data read", 0x60, false, 1, -2, 0, "0x60"},
+        {"length field overrun", 0x60, true, 65535, -2, 0, "0x60"},
     };
     for (const auto &c : cases) {
         take_log();

@@ -183,12 +183,12 @@ static const struct {
     const char *pipe_line;
     const char *dump_line;
 } tmp_faults[] = {
-    {"read-only",   make_read_only,        "mkfifo /tmp/si5351, errno 30:Read-only file system --[",
-     nullptr                                                                                                                                                           },
-    {"full",        fill_up,               nullptr,                                                  "write /tmp/si5351.txt fail, errno 28:No space left on device --["},
-    {"directories", put_directories_there, "mkfifo /tmp/si5351, errno 17:File exists --[",           nullptr                                                           },
-    {"links",       put_links_there,       nullptr,
-     "open /tmp/si5351.txt fail, errno 40:Too many levels of symbolic links --["                                                                                       },
+    {"read-only", make_read_only, "mkfifo /tmp/si5351, errno 30:Read-only file system --[",
+     nullptr},
+    {"full", fill_up, nullptr, "write /tmp/si5351.txt fail, errno 28:No space left on device --["},
+    {"directories", put_directories_there, "mkfifo /tmp/si5351, errno 17:File exists --[", nullptr},
+    {"links", put_links_there, nullptr,
+     "open /tmp/si5351.txt fail, errno 40:Too many levels of symbolic links --["},
 };
 
 /* The service's output lies on the covered /tmp, where its descriptor still leads. */

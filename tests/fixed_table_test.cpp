@@ -94,12 +94,8 @@ TEST(FixedTable, RowsFollowFromTheRule)
 static const struct {
     int rate, output_hz, div;
 } rate_cases[] = {
-    {44100,  5644750,  2},
-    {48000,  6144000,  2},
-    {88200,  11289500, 1},
-    {96000,  12288000, 1},
-    {176400, 22579000, 0},
-    {192000, 24576000, 0},
+    {44100, 5644750, 2},  {48000, 6144000, 2},   {88200, 11289500, 1},
+    {96000, 12288000, 1}, {176400, 22579000, 0}, {192000, 24576000, 0},
 };
 
 /* After a call: the set in use is the exact one for hz, only the channel's block was written, and
@@ -158,9 +154,7 @@ static int send(int ch, int /*rate*/, int /*key*/)
 static constexpr auto inc = vx_si5351_param_inc_set;
 static constexpr auto dec = vx_si5351_param_dec_set;
 
-static constexpr CH_PARAM_T earlier_param = {
-    15, {4590, 1942, 22579}
-};
+static constexpr CH_PARAM_T earlier_param = {15, {4590, 1942, 22579}};
 
 /* What a call leaves in ch_param, and the third register of MS0 if it writes the earlier P1 to P3
  * to the chip; all other calls write nothing. */
@@ -170,28 +164,28 @@ static const struct {
     int ch, rate, key, result;
     const char *param, *third;
 } refusal_cases[] = {
-    {"unsupported rate stored",    set,        2,  44000,  0,    0, "15 4590 1942 22579",   ""  },
-    {"unsupported rate written",   set,        1,  -44100, 0,    0, "15 4590 1942 22579",   ""  },
-    {"channel 5 refused",          set,        5,  96000,  0,    1, "1 4175 128 256",       ""  },
-    {"channel 0 written",          set,        0,  88200,  0,    1, "1 4590 1942 22579",    ""  },
-    {"channel 4 written",          inc,        4,  48000,  300,  1, "2 4175 1851 6827",     ""  },
-    {"channel -1 written",         dec,        -1, 44100,  300,  1, "2 4590 40322 112889",  ""  },
-    {"refused key not written",    inc,        1,  96000,  100,  0, "1 4590 1942 22579",    "10"},
-    {"refused key drops code",     dec,        1,  44100,  2399, 0, "2 4590 1942 22579",    "20"},
-    {"row's offset taken as key",  inc,        1,  176400, 3000, 0, "0 4590 1942 22579",    "00"},
-    {"key scaled, then checked",   dec,        1,  44100,  75,   0, "2 4590 1942 22579",    "20"},
-    {"key 0 taken for nominal",    inc,        1,  192000, 0,    0, "0 4590 1942 22579",    "00"},
-    {"negative key turns round",   inc,        1,  192000, -300, 0, "0 4590 1942 22579",    "00"},
-    {"keys end late",              dec,        1,  48000,  2700, 0, "2 4590 1942 22579",    "20"},
-    {"refused rate not written",   dec,        1,  32000,  300,  0, "15 4590 1942 22579",   "70"},
-    {"refused rate anywhere",      inc,        4,  32000,  300,  0, "15 4590 1942 22579",   ""  },
-    {"raise writes, or sets code", inc_44100x, 1,  44100,  300,  1, "15 4589 91999 112901", ""  },
-    {"lower writes, or sets code", dec_44100x, 1,  176400, 2400, 1, "15 4590 70934 112883", ""  },
-    {"other family taken",         inc_44100x, 1,  48000,  300,  0, "15 4590 1942 22579",   ""  },
-    {"other rate taken",           dec_44100x, 1,  22050,  300,  0, "15 4590 1942 22579",   ""  },
-    {"other key taken",            inc_44100x, 1,  176400, 9600, 0, "15 4590 1942 22579",   ""  },
-    {"code not cut to 3 bits",     send,       1,  0,      0,    0, "15 4590 1942 22579",   "70"},
-    {"channel not checked",        send,       0,  0,      0,    0, "15 4590 1942 22579",   ""  },
+    {"unsupported rate stored", set, 2, 44000, 0, 0, "15 4590 1942 22579", ""},
+    {"unsupported rate written", set, 1, -44100, 0, 0, "15 4590 1942 22579", ""},
+    {"channel 5 refused", set, 5, 96000, 0, 1, "1 4175 128 256", ""},
+    {"channel 0 written", set, 0, 88200, 0, 1, "1 4590 1942 22579", ""},
+    {"channel 4 written", inc, 4, 48000, 300, 1, "2 4175 1851 6827", ""},
+    {"channel -1 written", dec, -1, 44100, 300, 1, "2 4590 40322 112889", ""},
+    {"refused key not written", inc, 1, 96000, 100, 0, "1 4590 1942 22579", "10"},
+    {"refused key drops code", dec, 1, 44100, 2399, 0, "2 4590 1942 22579", "20"},
+    {"row's offset taken as key", inc, 1, 176400, 3000, 0, "0 4590 1942 22579", "00"},
+    {"key scaled, then checked", dec, 1, 44100, 75, 0, "2 4590 1942 22579", "20"},
+    {"key 0 taken for nominal", inc, 1, 192000, 0, 0, "0 4590 1942 22579", "00"},
+    {"negative key turns round", inc, 1, 192000, -300, 0, "0 4590 1942 22579", "00"},
+    {"keys end late", dec, 1, 48000, 2700, 0, "2 4590 1942 22579", "20"},
+    {"refused rate not written", dec, 1, 32000, 300, 0, "15 4590 1942 22579", "70"},
+    {"refused rate anywhere", inc, 4, 32000, 300, 0, "15 4590 1942 22579", ""},
+    {"raise writes, or sets code", inc_44100x, 1, 44100, 300, 1, "15 4589 91999 112901", ""},
+    {"lower writes, or sets code", dec_44100x, 1, 176400, 2400, 1, "15 4590 70934 112883", ""},
+    {"other family taken", inc_44100x, 1, 48000, 300, 0, "15 4590 1942 22579", ""},
+    {"other rate taken", dec_44100x, 1, 22050, 300, 0, "15 4590 1942 22579", ""},
+    {"other key taken", inc_44100x, 1, 176400, 9600, 0, "15 4590 1942 22579", ""},
+    {"code not cut to 3 bits", send, 1, 0, 0, 0, "15 4590 1942 22579", "70"},
+    {"channel not checked", send, 0, 0, 0, 0, "15 4590 1942 22579", ""},
 };
 
 TEST(FixedTable, WhatIsRefusedAndWhatItLeaves)

@@ -28,15 +28,15 @@ TEST(Log, AFileThatCannotBeUsedSendsTheLogToStandardError)
         const char *fault;
         const char *text; // null: a directory stands there
     } cases[] = {
-        {"a directory read as empty",   nullptr                                                                          },
-        {"an empty file taken",         ""                                                                               },
-        {"garbage taken",               "\x01\x02\xFF=\n==\n"                                                            },
-        {"a priority of no name taken", "rootCategory=LOUD, file\n"                                                      },
-        {"lines lost without a word",   "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
+        {"a directory read as empty", nullptr},
+        {"an empty file taken", ""},
+        {"garbage taken", "\x01\x02\xFF=\n==\n"},
+        {"a priority of no name taken", "rootCategory=LOUD, file\n"},
+        {"lines lost without a word", "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
                                       "appender.file.fileName=/nowhere/at/all.log\n"},
         {"half a set-up left standing",
          "rootCategory=ERROR, good, bad\nappender.good=FileAppender\n"
-         "appender.good.fileName=/tmp/si5351_log_test.log\nappender.bad=Nothing\n"                                       },
+         "appender.good.fileName=/tmp/si5351_log_test.log\nappender.bad=Nothing\n"},
     };
     for (const auto &c : cases) {
         (void)remove(path.c_str());

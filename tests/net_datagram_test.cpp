@@ -42,14 +42,14 @@ TEST_F(NetDatagram, SelectorPicksFamilyAndKind)
         const char *fault;
         int kind, family, type;
     } cases[] = {
-        {"0 taken for local",           0,  AF_INET, SOCK_DGRAM },
-        {"sign of an odd number lost",  -1, AF_INET, SOCK_STREAM},
-        {"range one short at -2",       -2, AF_INET, SOCK_DGRAM },
-        {"kinds 1 and 2 the wrong way", 1,  AF_INET, SOCK_STREAM},
-        {"range one short at 2",        2,  AF_INET, SOCK_DGRAM },
-        {"range one long at 3",         3,  AF_UNIX, SOCK_STREAM},
-        {"local kind ignores parity",   4,  AF_UNIX, SOCK_DGRAM },
-        {"range one long at -3",        -3, AF_UNIX, SOCK_STREAM},
+        {"0 taken for local", 0, AF_INET, SOCK_DGRAM},
+        {"sign of an odd number lost", -1, AF_INET, SOCK_STREAM},
+        {"range one short at -2", -2, AF_INET, SOCK_DGRAM},
+        {"kinds 1 and 2 the wrong way", 1, AF_INET, SOCK_STREAM},
+        {"range one short at 2", 2, AF_INET, SOCK_DGRAM},
+        {"range one long at 3", 3, AF_UNIX, SOCK_STREAM},
+        {"local kind ignores parity", 4, AF_UNIX, SOCK_DGRAM},
+        {"range one long at -3", -3, AF_UNIX, SOCK_STREAM},
     };
     for (const auto &c : cases) {
         int fd = vx_create_sock(c.kind);
@@ -107,14 +107,14 @@ TEST_F(NetDatagram, SelectReportsTheFirstOfTheLowestMode)
         bool first_has_data, second_has_data;
         int mode, winner, flag; // winner 0: neither
     } cases[] = {
-        {"second reported before first",            true,  true,  1, 1, 0x10000},
-        {"only the first descriptor seen",          false, true,  1, 2, 0x10000},
-        {"writable reported though readable asked", false, false, 3, 0, 0      },
-        {"writable with a wrong flag",              false, false, 2, 1, 0x20000},
-        {"exceptional though lower bit was asked",  true,  false, 6, 1, 0x20000},
-        {"readable counts as exceptional",          true,  true,  4, 0, 0      },
-        {"a bit beyond the three counts",           true,  false, 9, 1, 0x10000},
-        {"no mode, yet a report",                   true,  true,  8, 0, 0      },
+        {"second reported before first", true, true, 1, 1, 0x10000},
+        {"only the first descriptor seen", false, true, 1, 2, 0x10000},
+        {"writable reported though readable asked", false, false, 3, 0, 0},
+        {"writable with a wrong flag", false, false, 2, 1, 0x20000},
+        {"exceptional though lower bit was asked", true, false, 6, 1, 0x20000},
+        {"readable counts as exceptional", true, true, 4, 0, 0},
+        {"a bit beyond the three counts", true, false, 9, 1, 0x10000},
+        {"no mode, yet a report", true, true, 8, 0, 0},
     };
     for (const auto &c : cases) {
         int ports[2];
@@ -142,10 +142,7 @@ TEST_F(NetDatagram, SelectGoesOnAfterASignal)
     struct sigaction action = {};
     action.sa_handler = count_signal;
     sigaction(SIGALRM, &action, nullptr);
-    const itimerval soon = {
-        {0, 0    },
-        {0, 20000}
-    };
+    const itimerval soon = {{0, 0}, {0, 20000}};
     int port;
     int fd = bound_datagram_socket(&port);
     signals_seen = 0;
@@ -164,18 +161,18 @@ TEST_F(NetDatagram, ReceiveRetriesAreCounted)
         std::vector<int> calls;
         int result, pause_count;
     } cases[] = {
-        {"no second attempt",               {"abc"},        0, {EAGAIN, PASS},               3,  1},
-        {"a third attempt",                 {"abc"},        0, {EINTR, EAGAIN},              0,  1},
-        {"reset taken for a retry",         {"abc"},        0, {ECONNRESET},                 -1, 0},
-        {"second failure hidden",           {"abc"},        0, {EAGAIN, ENOMEM},             -1, 1},
-        {"empty datagram taken as nothing", {""},           0, {PASS},                       -1, 0},
-        {"more than one datagram",          {"abc", "de"},  0, {PASS},                       3,  0},
-        {"rest not asked for",              {"abc", "de"},  5, {PASS, PASS},                 5,  0},
-        {"progress does not renew",         {"abc", "de"},  5, {EAGAIN, PASS, EAGAIN, PASS}, 5,  2},
-        {"partial total lost",              {"abc", "de"},  5, {PASS, EINTR, EAGAIN},        3,  1},
-        {"goal overrun",                    {"abc", "def"}, 5, {PASS, PASS},                 5,  0},
-        {"end ignored after some",          {"abc", "de"},  5, {PASS, GIVE_NOTHING},         -1, 0},
-        {"failure gives the total",         {"abc", "de"},  5, {PASS, ECONNRESET},           -1, 0},
+        {"no second attempt", {"abc"}, 0, {EAGAIN, PASS}, 3, 1},
+        {"a third attempt", {"abc"}, 0, {EINTR, EAGAIN}, 0, 1},
+        {"reset taken for a retry", {"abc"}, 0, {ECONNRESET}, -1, 0},
+        {"second failure hidden", {"abc"}, 0, {EAGAIN, ENOMEM}, -1, 1},
+        {"empty datagram taken as nothing", {""}, 0, {PASS}, -1, 0},
+        {"more than one datagram", {"abc", "de"}, 0, {PASS}, 3, 0},
+        {"rest not asked for", {"abc", "de"}, 5, {PASS, PASS}, 5, 0},
+        {"progress does not renew", {"abc", "de"}, 5, {EAGAIN, PASS, EAGAIN, PASS}, 5, 2},
+        {"partial total lost", {"abc", "de"}, 5, {PASS, EINTR, EAGAIN}, 3, 1},
+        {"goal overrun", {"abc", "def"}, 5, {PASS, PASS}, 5, 0},
+        {"end ignored after some", {"abc", "de"}, 5, {PASS, GIVE_NOTHING}, -1, 0},
+        {"failure gives the total", {"abc", "de"}, 5, {PASS, ECONNRESET}, -1, 0},
     };
     for (const auto &c : cases) {
         int port;
@@ -230,10 +227,10 @@ TEST_F(NetDatagram, SendRetriesAreCounted)
         std::vector<int> calls;
         int result, pause_count;
     } cases[] = {
-        {"gives up too early",   {EAGAIN, EINTR, EAGAIN, PASS},   3,  3},
-        {"a fifth attempt",      {EAGAIN, EAGAIN, EINTR, EAGAIN}, -1, 3},
-        {"hard failure retried", {EAGAIN, EPERM},                 -1, 1},
-        {"zero count retried",   {EAGAIN, GIVE_NOTHING},          -1, 1},
+        {"gives up too early", {EAGAIN, EINTR, EAGAIN, PASS}, 3, 3},
+        {"a fifth attempt", {EAGAIN, EAGAIN, EINTR, EAGAIN}, -1, 3},
+        {"hard failure retried", {EAGAIN, EPERM}, -1, 1},
+        {"zero count retried", {EAGAIN, GIVE_NOTHING}, -1, 1},
     };
     for (const auto &c : cases) {
         int port;
@@ -281,10 +278,10 @@ TEST_F(NetDatagram, AddressesAndTexts)
         int size;
         const char *written;
     } cases[] = {
-        {"network byte order kept",   "127.0.0.1",       0x7F000001, 16, "127.0.0.1"      },
+        {"network byte order kept", "127.0.0.1", 0x7F000001, 16, "127.0.0.1"},
         {"longest text does not fit", "192.168.100.200", 0xC0A864C8, 16, "192.168.100.200"},
-        {"cut instead of empty",      "192.168.100.200", 0xC0A864C8, 15, ""               },
-        {"one byte to write",         "1.2.3.4",         0x01020304, 1,  ""               },
+        {"cut instead of empty", "192.168.100.200", 0xC0A864C8, 15, ""},
+        {"one byte to write", "1.2.3.4", 0x01020304, 1, ""},
     };
     for (const auto &c : cases) {
         EXPECT_EQ(vx_ip_a2n(c.text), c.ip) << c.fault;

@@ -108,12 +108,7 @@ TEST_F(Service, ReportsRewriteTheStatusFile)
     EXPECT_EQ(read_file("/tmp/genlock.json"), "");
     const struct {
         int32_t ch, size, fill;
-    } reports[] = {
-        {1, 4096,      1024     },
-        {7, 1,         1        },
-        {3, INT32_MIN, -5       },
-        {2, 2,         INT32_MAX}
-    };
+    } reports[] = {{1, 4096, 1024}, {7, 1, 1}, {3, INT32_MIN, -5}, {2, 2, INT32_MAX}};
     for (const auto &report : reports) {
         command(0x1238, report.ch, report.size, report.fill);
         const std::string reported = model_status(model);

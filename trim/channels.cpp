@@ -10,14 +10,16 @@ struct STATUS_WORD_T {
     VX_SI5351CMD_E status;
     const char *word;
 };
+// clang-format off
 static constexpr STATUS_WORD_T status_words[] = {
     {VX_SI5351_SET_PARAM, "set param"},
-    {VX_SI5351_SET_INC,   "increase" },
-    {VX_SI5351_SET_DEC,   "decrease" },
-    {VX_SI5351_SET_RESET, "reset"    },
-    {VX_FIFO_REPORT,      "report"   },
-    {VX_SI5351_DUMP,      "dump"     },
+    {VX_SI5351_SET_INC,   "increase"},
+    {VX_SI5351_SET_DEC,   "decrease"},
+    {VX_SI5351_SET_RESET, "reset"},
+    {VX_FIFO_REPORT,      "report"},
+    {VX_SI5351_DUMP,      "dump"},
 };
+// clang-format on
 
 /* Every channel starts at the 48000 Hz setting, as if just set to it. */
 static constexpr SI5351_CONF_T start_record(int32_t ch)

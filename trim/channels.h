@@ -42,11 +42,13 @@ struct CHANNEL_ROW_T {
     const char *name;
     uint8_t block;
 };
+// clang-format off
 inline constexpr CHANNEL_ROW_T channel_rows[CHANNEL_COUNT] = {
     {"hdmi",       42},
     {"analog",     50},
     {"earc/spdif", 58},
 };
+// clang-format on
 
 /* Everything known of a sample rate; the row number is the index into stStep. The output is PLL A
  * (900 MHz) / (mult + num / 1048575) / 2^div, which comes to 6.4, 4.6, 7.6, 8.5, 9.4 and 10.0 ppm
@@ -58,14 +60,17 @@ struct RATE_ROW_T {
     uint8_t div;
     int32_t start_step; // trim step at start, in units of num
 };
+// clang-format off
 inline constexpr RATE_ROW_T rate_rows[] = {
-    {44100,  79, 753800, 1, 1400},
-    {48000,  73, 253600, 1, 1200},
-    {88200,  79, 753700, 0, 700 },
-    {96000,  73, 253300, 0, 600 },
-    {176400, 39, 901060, 0, 200 },
-    {192000, 36, 650880, 0, 160 },
+    //  rate  mult     num  div  start_step
+    {  44100,   79, 753800,   1,       1400},
+    {  48000,   73, 253600,   1,       1200},
+    {  88200,   79, 753700,   0,        700},
+    {  96000,   73, 253300,   0,        600},
+    { 176400,   39, 901060,   0,        200},
+    { 192000,   36, 650880,   0,        160},
 };
+// clang-format on
 inline constexpr int RATE_COUNT = std::size(rate_rows);
 
 /**
