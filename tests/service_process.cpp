@@ -14,9 +14,14 @@
 
 #include "service/protocol.h"
 
-SERVICE_PROCESS_T start_service(const std::string &program, const std::string &folder)
+SERVICE_PROCESS_T start_service(const std::string &program, const std::string &folder,
+                                const std::vector<std::string> &arguments)
 {
     static int started = 0;
+    std::vector<const char *> words = {program.c_str()};
+    for (const auto &argument : arguments)
+        words.push_back(argument.c_str());
+    words.push_back(nullptr);
     const std::string output =
         folder + "/si5351_output." + std::to_string(getpid()) + "." + std::to_string(started++);
     const pid_t pid = fork();
@@ -24,7 +29,7 @@ SERVICE_PROCESS_T start_service(const std::string &program, const std::string &f
         const int fd = open(output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
         dup2(fd, STDOUT_FILENO);
         dup2(fd, STDERR_FILENO);
-        execl(program.c_str(), program.c_str(), nullptr);
+        execv(program.c_str(), const_cast<char *const *>(words.data()));
         _exit(127);
     }
     return {pid, output, program};

@@ -13,7 +13,8 @@ struct SERVICE_PROCESS_T {
 };
 
 /* Starts a program with its output going to a file of its own in a folder. */
-SERVICE_PROCESS_T start_service(const std::string &program, const std::string &folder = "/tmp");
+SERVICE_PROCESS_T start_service(const std::string &program, const std::string &folder = "/tmp",
+                                const std::vector<std::string> &arguments = {});
 
 /* Kills the process; fails the test when it had ended before by itself. */
 void stop_service(const SERVICE_PROCESS_T &service);
