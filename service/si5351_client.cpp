@@ -42,9 +42,7 @@ static sockaddr_in service_address()
 
 static int send_command(int sock, const CLIENT_CALL_T &call, int ch, int arg0 = 0, int arg1 = 0)
 {
-    const SI5351_MSG_T message = {
-        call.cmd, ch, {arg0, arg1}
-    };
+    const SI5351_MSG_T message = {call.cmd, ch, {arg0, arg1}};
     const sockaddr_in service = service_address();
     const ssize_t sent = sendto(sock, &message, call.size, 0,
                                 reinterpret_cast<const sockaddr *>(&service), sizeof(service));

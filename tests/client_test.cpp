@@ -93,16 +93,16 @@ TEST_F(Client, SendsItsBytesOrLogsWhyNot)
         std::string bytes;
     } calls[] = {
         {"VX_SI5351_SET_PARAM", [](int sock) { return send_set_param(sock, 2, 44100); },
-         set_rate_bytes                                    },
+         set_rate_bytes},
         {"VX_SI5351_SET_INC",
          [](int sock) { return set_increase(sock, 2); },
-         {"\x35\x12\0\0\x02\0\0\0\0\0\0\0", 12}            },
+         {"\x35\x12\0\0\x02\0\0\0\0\0\0\0", 12}},
         {"VX_SI5351_SET_DEC",
          [](int sock) { return set_decrease(sock, -1); },
-         {"\x36\x12\0\0\xFF\xFF\xFF\xFF\0\0\0\0", 12}      },
+         {"\x36\x12\0\0\xFF\xFF\xFF\xFF\0\0\0\0", 12}},
         {"VX_SI5351_SET_RESET",
          [](int sock) { return set_reset(sock, 9); },
-         {"\x37\x12\0\0\x09\0\0\0\0\0\0\0", 12}            },
+         {"\x37\x12\0\0\x09\0\0\0\0\0\0\0", 12}},
         {"VX_FIFO_REPORT",
          [](int sock) { return set_fifo_status(sock, 1, 4096, 1024); },
          {"\x38\x12\0\0\x01\0\0\0\0\x10\0\0\0\x04\0\0", 16}},
@@ -152,12 +152,12 @@ TEST_F(Client, SetParamIsNotAnsweredByWhatAnEarlierCallLeft)
         bool from_stranger;
         size_t length; // of the answer
     } rounds[] = {
-        {"answers to resends end the next wait", 3, 64, false, 64  },
-        {"an oversized late answer stays",       1, 65, false, 1   },
-        {"an empty late answer stays",           1, 0,  false, 64  },
-        {"an oversized answer is left there",    0, 0,  true,  2000},
-        {"the answer is left there",             0, 0,  true,  64  },
-        {"an empty answer takes a second one",   0, 0,  true,  0   },
+        {"answers to resends end the next wait", 3, 64, false, 64},
+        {"an oversized late answer stays", 1, 65, false, 1},
+        {"an empty late answer stays", 1, 0, false, 64},
+        {"an oversized answer is left there", 0, 0, true, 2000},
+        {"the answer is left there", 0, 0, true, 64},
+        {"an empty answer takes a second one", 0, 0, true, 0},
     };
     for (const auto &round : rounds) {
         for (size_t i = 0; i < round.waiting; i++)
@@ -220,10 +220,7 @@ TEST_F(ClientOfService, TheExampleFollowsItsFifo)
     static const struct {
         const char *ch, *ppm;
         int sign;
-    } followers[] = {
-        {"1", "300",  1 },
-        {"3", "-300", -1}
-    };
+    } followers[] = {{"1", "300", 1}, {"3", "-300", -1}};
     SERVICE_PROCESS_T started[2];
     for (size_t i = 0; i < 2; i++)
         started[i] = start_service(FIFO_FOLLOWER, "/tmp", {followers[i].ch, followers[i].ppm, "6"});
