@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages that are missing, as root or through sudo.
-# Usage: scripts/install_dependencies.sh [build] [test] [check]
+# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench]
 set -eu
 
 packages=
@@ -9,7 +9,8 @@ for purpose in "$@"; do
     build) packages="$packages g++ cmake ninja-build pkg-config liblog4cpp5-dev" ;;
     test) packages="$packages libgtest-dev iproute2 util-linux" ;;
     check) packages="$packages clang clang-format clang-tidy git" ;;
-    *) echo "usage: $0 [build] [test] [check]" >&2; exit 2 ;;
+    bench) packages="$packages libbenchmark-dev binutils" ;;
+    *) echo "usage: $0 [build] [test] [check] [bench]" >&2; exit 2 ;;
     esac
 done
 

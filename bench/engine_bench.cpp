@@ -1,0 +1,62 @@
+/* What the parts of a command cost on their own, on a bus that is one system call a transfer. */
+#include <benchmark/benchmark.h>
+#include <log4cpp/Category.hh>
+
+#include "chip/multisynth.h"
+#include "service/status_file.h"
+#include "trim/rate.h"
+#include "trim/trim.h"
+
+static void trim_record(benchmark::State &state)
+{
+    for (auto _ : state) {
+        (void)vx_si5351_conf_inc(&stSi5351Conf[0]);
+        (void)vx_si5351_conf_dec(&stSi5351Conf[0]);
+    }
+}
+BENCHMARK(trim_record);
+
+static void pack_block(benchmark::State &state)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(pack_divider({8862, 1003550, 1048575}, 0x10));
+}
+BENCHMARK(pack_block);
+
+static void write_multisynth(benchmark::State &state)
+{
+    for (auto _ : state)
+        Multisynth(42, 73, 253600, 1048575, 1);
+}
+BENCHMARK(write_multisynth);
+
+static void trim_channel(benchmark::State &state)
+{
+    for (auto _ : state) {
+        vx_si5351_increase(1);
+        vx_si5351_decrease(1);
+    }
+}
+BENCHMARK(trim_channel);
+
+static void change_rate(benchmark::State &state)
+{
+    for (auto _ : state)
+        (void)vx_si5351_set_param(1, 44100);
+}
+BENCHMARK(change_rate);
+
+static void rewrite_status_file(benchmark::State &state)
+{
+    for (auto _ : state)
+        (void)dump2json();
+}
+BENCHMARK(rewrite_status_file);
+
+int main(int argc, char **argv)
+{
+    log4cpp::Category::getRoot().setPriority(log4cpp::Priority::ERROR);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    return 0;
+}
