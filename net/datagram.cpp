@@ -10,7 +10,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "net/wait.h"
+#include "net/steps.h"
 
 static constexpr int IPV4_DATAGRAM = 2;      // socket kind
 static constexpr int MODE_FLAG_SHIFT = 16;   // from a mode bit to the flag of a result

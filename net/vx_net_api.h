@@ -11,6 +11,7 @@
 #include <cstdint>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 
 // ---- Sockets and readiness
 
@@ -127,3 +128,277 @@ uint32_t vx_ip_a2n(const char *text);
  * @return 0, or -1 for null
  */
 int vx_ip_n2a(uint32_t ip, char *buf, int size);
+
+// ---- Options. Integers are passed to the system as they are; -1 as a result leaves errno's
+// reason.
+
+/**
+ * Sets a group of options; an option whose value is 0 is left as it is. One that fails does not
+ * keep the others from being set.
+ * @param fd         socket
+ * @param reuse      SO_REUSEADDR
+ * @param send_ms    send time limit in milliseconds; with 0 the receive limit is not set either
+ * @param recv_ms    receive time limit in milliseconds; 0, beside a send limit: no limit
+ * @param send_size  send buffer in bytes
+ * @param recv_size  receive buffer in bytes
+ * @return 0 all set, -1 no socket or at least one failed
+ */
+int vx_set_sock_attr(int fd, int reuse, int send_ms, int recv_ms, int send_size, int recv_size);
+
+/** Makes a close reset the connection and drop what is unsent (linger on, time 0).
+ * @return 0, or -1 for no socket or a failure */
+int vx_sock_set_linger(int fd);
+
+/** Makes a close orderly again. Results as vx_sock_set_linger. */
+int vx_sock_unset_linger(int fd);
+
+/**
+ * Ties a socket to one network interface; mostly needs the right to open raw sockets.
+ * @param name  name of the interface, of which the first 16 characters are passed on
+ * @return the system's result: 0, or -1; -1 for null
+ */
+int vx_sock_bind_interface(int fd, const char *name);
+
+/** @return the local IPv4 address in network byte order (unlike vx_ip_a2n), 0 while unbound;
+ *          -1 on failure, which is also the number of 255.255.255.255 */
+int vx_get_sock_ip(int fd);
+
+/** @return the local port in host byte order, 0 while unbound; -1 on failure */
+int vx_get_sock_port(int fd);
+
+/** Sends small pieces of a TCP stream at once. @return 0, or -1 for no socket or a failure */
+int vx_set_sock_nodelay(int fd);
+
+/** Probes an idle connection. @return 0, or -1 for no socket or a failure */
+int vx_set_sock_keepalive(int fd);
+
+/** Allows sending to broadcast addresses. @return 0, or -1 */
+int vx_set_sock_boardcast(int fd);
+
+/** Keeps multicasts from coming back to the machine that sends them. @return 0, or -1 */
+int vx_set_sock_multicast_noloop(int fd);
+
+/**
+ * Joins a multicast group.
+ * @param group         group address as dotted text
+ * @param interface_ip  address of the local interface in network byte order; 0 for any
+ * @return 0, or -1; -1 for null
+ */
+int vx_set_sock_multi_membership(int fd, const char *group, uint32_t interface_ip);
+
+/**
+ * Leaves a multicast group, on the interface that routes to it.
+ * Prints "setsockopt IP_DROP_MEMBERSHIP errno:%d info:%s" on failure.
+ * @param group  group address as dotted text
+ * @return 0, or -1; -1 for null, which prints nothing
+ */
+int vx_set_sock_rm_multi_membership(int fd, const char *group);
+
+// ---- Stream sockets. Hosts are dotted or IPv6 addresses or names, services port numbers or names.
+// The environment variable LISTENQ, a decimal number, overrides the backlog of every listen.
+
+/**
+ * Listens on a bound socket. Prints "dbg line %d %d" with descriptor and backlog when refused.
+ * @param backlog  connections that may wait to be accepted
+ * @return 0, or -1 for no socket (prints nothing) or a failure
+ */
+int Listen(int fd, int backlog);
+
+/**
+ * Makes a listening socket on the first of the resolver's answers that can be bound, with address
+ * reuse and a backlog of 1024. A refused listen prints as Listen does, and the bound socket is
+ * returned all the same. Where the system gives no socket, sleeps 3 s before the next answer.
+ * @param host      local host; null for any local address
+ * @param service   local service
+ * @param addr_len  length of the bound address in bytes, set on success only; may be null
+ * @return the descriptor, or -1
+ */
+int vx_tcp_listen(const char *host, const char *service, socklen_t *addr_len);
+
+/**
+ * Connects to the first of the resolver's answers that takes the connection; waits as long as the
+ * system does, a signal does not end it. Where the system gives no socket, sleeps 1 s before the
+ * next answer.
+ * @param local_host     local host, resolved like the remote one; null for the loopback address
+ * @param local_service  local service to bind to, with address reuse; null for no local binding. A
+ *                       bind that fails fails the attempt with that answer
+ * @param host           remote host
+ * @param service        remote service
+ * @return a blocking descriptor; -1 null, a host or service that does not resolve, or no answer
+ * took the connection
+ */
+int vx_tcp_block_connect(const char *local_host, const char *local_service, const char *host,
+                         const char *service);
+
+/**
+ * Receives once.
+ * @param buf     room for the data
+ * @param size    that room in bytes, above 0
+ * @param wanted  at most so many bytes; 0 or below, or above size: as size
+ * @return bytes received; 0 the peer closed, or a signal; -1 bad arguments or a failed receive
+ */
+int vx_tcp_block_recv(int fd, void *buf, int size, int wanted);
+
+/**
+ * Sends everything, unless three sends in a row leave something unsent.
+ * @return bytes sent, which may be fewer than len; -1 bad arguments or a failed send
+ */
+int vx_tcp_block_send(int fd, const void *data, int len);
+
+/**
+ * Accepts a connection, passing over those that were given up meanwhile.
+ * @param peer      peer's address; may be null
+ * @param peer_len  room at peer in bytes, then the length of the address; null when peer is
+ * @return the new descriptor, or -1, for one with errno EINTR when a signal came
+ */
+int vx_tcp_block_accept(int fd, sockaddr *peer, socklen_t *peer_len);
+
+/**
+ * Connects as vx_tcp_block_connect does, within a time limit; the socket neither blocks nor delays
+ * small pieces. Where the system gives no socket, sleeps 3 s before the next answer.
+ * @param timeout_ms  for all answers together, in milliseconds; 0: only what connects at once
+ * @return a non-blocking descriptor, or -1. Descriptors of 1024 or more cannot be waited for: such
+ *         an attempt fails unless it connects at once
+ */
+int vx_tcp_noblock_connect(const char *local_host, const char *local_service, const char *host,
+                           const char *service, int timeout_ms);
+
+/**
+ * Receives what arrives, or a number of bytes. While nothing is there, tries again every 10 ms, up
+ * to 500 times (about 5 s) since the last progress.
+ * @param buf     room for the data
+ * @param size    that room in bytes, above 0
+ * @param wanted  0 or below: the first receive is enough; else so many bytes, at most size
+ * @return bytes received, with wanted possibly fewer when no more come; 0 nothing came;
+ *         -1 bad arguments, the peer closed, or a failed receive, whatever had arrived
+ */
+int vx_tcp_noblock_recv(int fd, void *buf, int size, int wanted);
+
+/**
+ * Sends everything. While the socket cannot take more, tries again every 1 ms, up to 1000 times in
+ * the whole call.
+ * @param blocked   set to 1 when the peer took too long, else to 0; may be null
+ * @param retry_on  0: not a single retry, and blocked stays 0
+ * @return len; 0 nothing sent, for a negative descriptor or no data (blocked is left alone);
+ *         -1 failed, with an unknown part sent
+ */
+int vx_tcp_noblock_send(int fd, const void *data, int len, int *blocked, int retry_on);
+
+/**
+ * Sends everything in pieces, with the retries of vx_tcp_noblock_send for each piece.
+ * @param piece_size  largest piece in bytes, above 0
+ * @return len; -1 bad arguments or failed, with an unknown part sent
+ */
+int vx_tcp_noblock_mtu_send(int fd, const void *data, int len, int piece_size);
+
+/**
+ * Waits for a connection and accepts it as vx_tcp_block_accept does.
+ * @param limit  at most so long, counted down by the wait; 0 s and 0 us: only what waits already
+ * @return the new descriptor; -1 bad arguments, none came, a failure, or a descriptor of 1024 or
+ * more
+ */
+int vx_tcp_noblock_accept(int fd, sockaddr *peer, socklen_t *peer_len, timeval *limit);
+
+// ---- Local sockets. A path of more than 107 characters is cut after 107, everywhere alike.
+
+/**
+ * Makes a listening local stream socket, in place of whatever file has that path, with a backlog of
+ * 1024 or LISTENQ. A refused listen prints as Listen does.
+ * @return the descriptor; -1 null or a failure
+ */
+int vx_create_local_tcp_server(const char *path);
+
+/** Connects to a local stream server. @return a blocking descriptor; -1 null or a failure */
+int vx_local_tcp_connect(const char *path);
+
+/**
+ * Sends, with one more attempt for what the first left unsent.
+ * @param len  bytes at data
+ * @return bytes sent, which may be fewer than len; 0 for a negative length;
+ *         -1 no socket, null, a length of 0, or a failed send
+ */
+int vx_local_tcp_send(int fd, const void *data, int len);
+
+/** Receives once, at most len bytes (above 0).
+ * @return bytes received, 0 at the end of the stream, -1 bad arguments or a failure */
+int vx_local_tcp_recv(int fd, void *buf, int len);
+
+/** Makes a bound local datagram socket, in place of whatever file has that path.
+ * @return the descriptor; -1 null or a failure */
+int vx_create_local_udp_server(const char *path);
+
+/**
+ * Sends one datagram to a local datagram server.
+ * @param fd    local datagram socket, for example vx_create_sock(4)
+ * @param path  of the server
+ * @param len   bytes at data, 0 or more
+ * @return len; -1 bad arguments, nobody there, or not sent whole
+ */
+int vx_local_udp_send(int fd, const char *path, const void *data, int len);
+
+/** Receives one datagram; what exceeds len bytes of it is lost.
+ * @return bytes received; -1 bad arguments or a failure */
+int vx_local_udp_recv(int fd, void *buf, int len);
+
+// ---- Ping and look-ups
+
+/**
+ * The Internet checksum (RFC 1071).
+ * @param data  bytes in any alignment; null counts as none
+ * @param len   how many; a last odd byte is followed by a 0
+ * @return the checksum, to be stored in the machine's byte order; 0 over data that carries its own
+ */
+uint16_t cal_chksum(const void *data, int len);
+
+/**
+ * Sends one ICMP echo request and waits for its reply; needs the right to open raw sockets. When
+ * the request cannot be sent, sleeps 5 s before it returns.
+ * @param to          dotted address, written as the reply's sender will be: no leading zeros
+ * @param timeout_ms  for sending, and for all waits together, in milliseconds
+ * @param waits       packets to look at; every ICMP packet of this machine counts, on loopback also
+ *                    the request itself. 0 or below: sends only
+ * @return 0 the reply came, or nothing was to be done (null or empty, or no waits); -1 otherwise
+ */
+int vx_ping(const char *to, int timeout_ms, int waits);
+
+/**
+ * Looks up the IPv4 address of a host; may ask the resolver and wait for it.
+ * @param text  host name or dotted address
+ * @return the address in network byte order (unlike vx_ip_a2n); -1 null, empty, not found, or
+ *         "255.255.255.255", which has the same number
+ */
+int vx_get_host_ip(const char *text);
+
+static constexpr int VX_WAN_SOURCES = 3;
+static constexpr int VX_WAN_SLOT_SIZE = 32; // bytes of a text, terminator included
+
+/** A column of the source table: one terminated text for each row. */
+using VX_WAN_COLUMN_T = char[VX_WAN_SOURCES][VX_WAN_SLOT_SIZE];
+
+/** The web services that tell a client its public address, asked in row order. */
+struct VX_WAN_SOURCES_T {
+    VX_WAN_COLUMN_T webUrl;     // host name
+    VX_WAN_COLUMN_T ipUrl;      // its numeric address, for when the name leads nowhere
+    VX_WAN_COLUMN_T httpAction; // path of the page
+    VX_WAN_COLUMN_T startCode;  // what stands before the address in the page, as bytes of it
+    VX_WAN_COLUMN_T endCode;    // what stands behind it
+};
+
+/** To be set before the first look-up: the hosts it starts with are reserved for examples and give
+ * no answer. */
+extern VX_WAN_SOURCES_T stWanSources;
+
+/**
+ * Asks the sources on port 80 for the public address of this machine, one after the other. Each may
+ * take 15 s per connect (host name, then numeric address) and 15 s for the page; of the page, the
+ * first receive of at most 10240 bytes is searched.
+ * @param text  the address as the page gives it; holds at least 64 bytes, left alone on failure
+ * @return 0; -1 null, or no source gave a page with at most 63 bytes between its markers
+ */
+int vx_get_wan_ip(char *text);
+
+/** Writes a number as decimal text. @param text  at least 12 bytes; null writes nothing */
+void vx_itoa(int32_t value, char *text);
+
+/** Reverses a terminated text in place; null is left alone. */
+void reverse(char *text);

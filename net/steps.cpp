@@ -1,6 +1,6 @@
 /* Steps that the library's files share: time limits, waits, paced retries, the first answer of a
  * look-up. */
-#include "net/wait.h"
+#include "net/steps.h"
 
 #include <cerrno>
 #include <netdb.h>

@@ -7,6 +7,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+/** Connections that may wait to be accepted, where the caller cannot say. */
+static constexpr int NET_BACKLOG = 1024;
+
 /** What to wait for on one descriptor. */
 enum NET_READY_E { NET_READABLE, NET_WRITABLE };
 
