@@ -112,8 +112,7 @@ static int connect_any(const char *local_host, const char *local_service, const 
         int fd = make_socket(answer, pause_s);
         if (fd < 0) continue;
         if (limit != nullptr) {
-            (void)vx_set_sock_noblock(
-                fd); // fails for no socket of ours but 0, which stays blocking
+            (void)vx_set_sock_noblock(fd); // a descriptor of 0 stays blocking
             (void)vx_set_sock_nodelay(fd); // a slower connection is still one
         }
         LOCAL_BIND_E local = LOCAL_BOUND;

@@ -127,7 +127,7 @@ TEST_F(NetDatagram, OversizedDatagramStays)
     char buf[100] = {};
     sockaddr_in from[2] = {};
     socklen_t from_len = 4; // room for less than an address: nothing beyond may be written
-    for (const size_t size : {100, 32, 32})
+    for (const size_t size : {100, 64, 32, 32})
         ASSERT_EQ(send(peer, buf, size, 0), static_cast<ssize_t>(size));
     for (int round = 0; round < 2; round++) {
         CaptureStdout();
@@ -135,6 +135,7 @@ TEST_F(NetDatagram, OversizedDatagramStays)
         EXPECT_EQ(GetCapturedStdout(), "socket buffer len[100] > bufSize[64] error\n");
     }
     EXPECT_EQ(vx_udp_recv2(fd, buf, 64, 10, nullptr, nullptr), 10);
+    EXPECT_EQ(vx_udp_recv(fd, buf, 64, 0, nullptr, nullptr), 64);
     EXPECT_EQ(vx_udp_recv(fd, buf, 64, 64, from, &from_len), 64);
     EXPECT_EQ(ntohs(from[0].sin_port), vx_get_sock_port(peer));
     EXPECT_EQ(from[0].sin_addr.s_addr, 0U) << "room at the address forgotten";

@@ -1,9 +1,11 @@
 /* Ping against the loopback interface, look-ups, and the public address from pages of local
  * servers that answer in the very moment the library waits for them. */
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <ctime>
 #include <fstream>
 #include <unistd.h>
 
@@ -20,7 +22,7 @@ TEST_F(NetLookup, ChecksumsAndTexts)
         {            {0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7}, {0x22, 0x0d}},
         {{0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7, 0x22, 0x0d}, {0x00, 0x00}},
         {                              {0x00, 0x01, 0xf2, 0x03, 0xf4}, {0x19, 0xfa}},
-        {                        {0xff, 0xff, 0xff, 0xff, 0x00, 0x01}, {0xff, 0xfe}},
+        {                        {0xff, 0xff, 0xff, 0xff, 0x01, 0x00}, {0xfe, 0xff}},
         {                                                          {}, {0xff, 0xff}},
     };
     for (const auto &c : sums) {
@@ -65,6 +67,27 @@ static void send_icmp(const char *from, int type, int id)
     packet[1] = cal_chksum(packet, sizeof(packet));
     const sockaddr_in to = loopback(0);
     sendto(fd, packet, sizeof(packet), 0, reinterpret_cast<const sockaddr *>(&to), sizeof(to));
+    vx_close_socket(&fd);
+}
+
+TEST_F(NetLookup, PingRequestOnTheWire)
+{
+    int fd = socket(AF_INET, SOCK_RAW, IPPROTO_ICMP);
+    if (fd < 0) GTEST_SKIP() << "no right to open raw sockets";
+    const time_t before = time(nullptr);
+    EXPECT_EQ(vx_ping("127.0.0.1", 2000, 0), 0);
+    uint8_t packet[128] = {};
+    ASSERT_EQ(recv(fd, packet, sizeof(packet), 0), 20 + 64);
+    int64_t fields[8]; // of the ICMP packet: header, seconds, microseconds, padding
+    memcpy(fields, packet + 20, sizeof(fields));
+    uint16_t header[4];
+    memcpy(header, packet + 20, sizeof(header));
+    EXPECT_EQ(header[0], htons(0x0800));
+    EXPECT_EQ(header[2], static_cast<uint16_t>(getpid()));
+    EXPECT_EQ(header[3], 0);
+    EXPECT_EQ(cal_chksum(fields, sizeof(fields)), 0);
+    EXPECT_TRUE(fields[1] >= before && fields[1] <= time(nullptr) && fields[2] < 1000000);
+    EXPECT_EQ(std::count(fields + 3, fields + 8, 0), 5);
     vx_close_socket(&fd);
 }
 

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "net/vx_net_api.h"
@@ -24,7 +25,10 @@ TEST_F(NetStream, ListensWithTheBacklogOfTheEnvironment)
         len = sizeof(info);
         EXPECT_EQ(getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &len), 0);
         EXPECT_EQ(std::to_string(info.tcpi_sacked), backlog); // what it means on a listening socket
-        vx_close_socket(&fd);
+        const std::string port = std::to_string(vx_get_sock_port(fd));
+        int client = vx_tcp_block_connect(nullptr, nullptr, "127.0.0.2", port.c_str());
+        EXPECT_GT(client, 0) << "does not listen on every local address";
+        close_all({&fd, &client});
 
         CaptureStdout();
         script_calls({PASS, EOPNOTSUPP});
@@ -139,8 +143,15 @@ TEST_F(NetStream, AcceptsWithinTheLimit)
     script_calls({ECONNABORTED, EINTR});
     EXPECT_EQ(vx_tcp_block_accept(listening, nullptr, nullptr), -1);
 
+    rlimit files = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &files), 0);
+    files.rlim_cur = files.rlim_max;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &files), 0);
     int large = fcntl(listening, F_DUPFD, FD_SETSIZE); // more than a set of select holds
+    ASSERT_GT(large, 0);
+    script_calls({});
     for (const int refused : {0, -1, large})
         EXPECT_EQ(vx_tcp_noblock_accept(refused, nullptr, nullptr, &limit), -1);
+    EXPECT_TRUE(seen.waits.empty());
     close_all({&fd, &client, &listening, &large});
 }
