@@ -40,11 +40,11 @@ struct ECHO_T {
 static_assert(sizeof(ECHO_T) == 64, "size on the wire");
 
 VX_WAN_SOURCES_T stWanSources = {
-    {    "www.first.example",              "www.second.example", "www.third.example"},
-    {            "192.0.2.1",                    "198.51.100.1",       "203.0.113.1"},
-    {         "/ip2city.asp", "/getip.php?action=getip&ip_url=",                 "/"},
-    {"您的IP地址是：[",                              "'>",   "My IP address: "},
-    {                 "] </",                              "</",                "</"},
+    {"www.first.example", "www.second.example", "www.third.example"},
+    {"192.0.2.1", "198.51.100.1", "203.0.113.1"},
+    {"/ip2city.asp", "/getip.php?action=getip&ip_url=", "/"},
+    {"您的IP地址是：[", "'>", "My IP address: "},
+    {"] </", "</", "</"},
 };
 
 uint16_t cal_chksum(const void *data, int len)

@@ -14,14 +14,9 @@ using NetDatagram = NetTest;
 TEST_F(NetDatagram, SelectorPicksFamilyAndKind)
 {
     static const int kinds[][3] = {
-        { 0, AF_INET,  SOCK_DGRAM},
-        { 1, AF_INET, SOCK_STREAM},
-        { 2, AF_INET,  SOCK_DGRAM},
-        {-2, AF_INET,  SOCK_DGRAM},
-        {-1, AF_INET, SOCK_STREAM},
-        { 3, AF_UNIX, SOCK_STREAM},
-        { 4, AF_UNIX,  SOCK_DGRAM},
-        {-3, AF_UNIX, SOCK_STREAM},
+        {0, AF_INET, SOCK_DGRAM},  {1, AF_INET, SOCK_STREAM},  {2, AF_INET, SOCK_DGRAM},
+        {-2, AF_INET, SOCK_DGRAM}, {-1, AF_INET, SOCK_STREAM}, {3, AF_UNIX, SOCK_STREAM},
+        {4, AF_UNIX, SOCK_DGRAM},  {-3, AF_UNIX, SOCK_STREAM},
     };
     for (const auto &[kind, family, type] : kinds) {
         int fd = vx_create_sock(kind);
@@ -151,9 +146,9 @@ TEST_F(NetDatagram, SendDataSaysWhatWentWrong)
         int result;
         const char *printed, *arrived;
     } cases[] = {
-        {{PASS, EINTR, PASS},  0,                                             "", "abc"},
-        {     {PASS, EACCES},  0,          "send data error:Permission denied\n",    ""},
-        {           {EMFILE}, -1, "send create sock error Too many open files\n",    ""},
+        {{PASS, EINTR, PASS}, 0, "", "abc"},
+        {{PASS, EACCES}, 0, "send data error:Permission denied\n", ""},
+        {{EMFILE}, -1, "send create sock error Too many open files\n", ""},
     };
     int fd = vx_create_sock(2);
     ASSERT_EQ(vx_bind_sock(fd, INADDR_LOOPBACK, 0) + vx_set_sock_noblock(fd), 0);

@@ -19,11 +19,11 @@ TEST_F(NetLookup, ChecksumsAndTexts)
     static const struct {
         std::vector<uint8_t> data, sum; // the sum as stored
     } sums[] = {
-        {            {0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7}, {0x22, 0x0d}},
+        {{0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7}, {0x22, 0x0d}},
         {{0x00, 0x01, 0xf2, 0x03, 0xf4, 0xf5, 0xf6, 0xf7, 0x22, 0x0d}, {0x00, 0x00}},
-        {                              {0x00, 0x01, 0xf2, 0x03, 0xf4}, {0x19, 0xfa}},
-        {                        {0xff, 0xff, 0xff, 0xff, 0x01, 0x00}, {0xfe, 0xff}},
-        {                                                          {}, {0xff, 0xff}},
+        {{0x00, 0x01, 0xf2, 0x03, 0xf4}, {0x19, 0xfa}},
+        {{0xff, 0xff, 0xff, 0xff, 0x01, 0x00}, {0xfe, 0xff}},
+        {{}, {0xff, 0xff}},
     };
     for (const auto &c : sums) {
         const uint16_t sum = cal_chksum(c.data.data(), static_cast<int>(c.data.size()));
@@ -143,9 +143,9 @@ TEST_F(NetLookup, PingTakesItsOwnReplyOnly)
 static const struct {
     const char *name, *address, *action;
 } served[] = {
-    {"127.0.0.2", "127.0.0.9",                    "/ip2city.asp"},
+    {"127.0.0.2", "127.0.0.9", "/ip2city.asp"},
     {"127.0.0.3", "127.0.0.9", "/getip.php?action=getip&ip_url="},
-    {"127.0.0.9", "127.0.0.4",                               "/"},
+    {"127.0.0.9", "127.0.0.4", "/"},
 };
 
 /* Takes a waiting connection, checks its request and answers with a page, or with nothing. */

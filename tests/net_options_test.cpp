@@ -109,11 +109,7 @@ TEST_F(NetOptions, GroupsAreJoinedAndLeft)
         bool join;
         int result;
         const char *printed, *heard;
-    } steps[] = {
-        {false, -1, not_joined,    ""},
-        { true,  0,         "", "abc"},
-        {false,  0,         "",    ""}
-    };
+    } steps[] = {{false, -1, not_joined, ""}, {true, 0, "", "abc"}, {false, 0, "", ""}};
     int fd = vx_create_sock(2);
     EXPECT_EQ(vx_set_sock_multi_membership(fd, "239.1.2.4", htonl(INADDR_LOOPBACK)), 0);
     // A group can be left only on the interface that a route names for it.

@@ -14,10 +14,8 @@ struct CALL_T {
     long pause_us;
     int (*run)();
 };
-#define CALL(name, kind, pause_us, expression)         \
-    static const CALL_T name = {kind, pause_us, [] {   \
-                                    return expression; \
-                                }};
+#define CALL(name, kind, pause_us, expression) \
+    static const CALL_T name = {kind, pause_us, [] { return expression; }};
 
 static int fd, peer, blocked;
 static char buf[16];
