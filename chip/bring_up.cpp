@@ -8,11 +8,6 @@
 #include "chip/multisynth.h"
 #include "trim/channels.h"
 
-struct REGISTER_ROW_T {
-    uint32_t reg; // its low 8 bits are sent
-    uint8_t value;
-};
-
 /* Registers by the chip's published numbers, in the order in which they are written. */
 // clang-format off
 static constexpr REGISTER_ROW_T si5351a_revb_registers_24576[] = {
@@ -47,15 +42,14 @@ static constexpr REGISTER_ROW_T si5351a_revb_registers_24576[] = {
 // clang-format on
 static_assert(std::size(si5351a_revb_registers_24576) == 71, "every register of the table");
 
-/* The table in use; written by bring-up. */
-static const REGISTER_ROW_T *si5351_reg_map_ptr = nullptr;
+const REGISTER_ROW_T *si5351_reg_map_ptr = nullptr;
 
 static void write_table()
 {
     si5351_reg_map_ptr = si5351a_revb_registers_24576;
     for (size_t i = 0; i < std::size(si5351a_revb_registers_24576); i++) {
         const REGISTER_ROW_T &row = si5351_reg_map_ptr[i];
-        (void)i2cSendRegister(static_cast<uint8_t>(row.reg), row.value); // failures are logged
+        i2cSendRegister(static_cast<uint8_t>(row.reg), row.value);
     }
 }
 
@@ -73,6 +67,6 @@ int vx_si5351_init()
 
 int vx_si5351_start()
 {
-    (void)vx_si5351_init(); // always 1
+    vx_si5351_init();
     return 0;
 }

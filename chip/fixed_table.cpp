@@ -21,6 +21,7 @@ enum FAMILY_E { MSP_22579000, MSP_24576000 };
 enum OFFSET_E { OFFSET_INC, OFFSET_DEC };
 
 struct FIXED_RATE_T {
+    int32_t rate_hz;
     CH_PARAM_T nominal;
     FAMILY_E family;
 };
@@ -28,15 +29,22 @@ struct FIXED_RATE_T {
 // clang-format off
 /* In the order of rate_rows. */
 static constexpr FIXED_RATE_T fixed_rates[] = {
-    // div     P1    P2     P3
-    {{  2, {4590, 1942, 22579}}, MSP_22579000}, //  44100
-    {{  2, {4175,  128,   256}}, MSP_24576000}, //  48000
-    {{  1, {4590, 1942, 22579}}, MSP_22579000}, //  88200
-    {{  1, {4175,  128,   256}}, MSP_24576000}, //  96000
-    {{  0, {4590, 1942, 22579}}, MSP_22579000}, // 176400
-    {{  0, {4175,  128,   256}}, MSP_24576000}, // 192000
+    //  rate  div     P1    P2     P3
+    {  44100, {2, {4590, 1942, 22579}}, MSP_22579000},
+    {  48000, {2, {4175,  128,   256}}, MSP_24576000},
+    {  88200, {1, {4590, 1942, 22579}}, MSP_22579000},
+    {  96000, {1, {4175,  128,   256}}, MSP_24576000},
+    { 176400, {0, {4590, 1942, 22579}}, MSP_22579000},
+    { 192000, {0, {4175,  128,   256}}, MSP_24576000},
 };
-static_assert(std::size(fixed_rates) == RATE_COUNT, "every sample rate");
+static constexpr bool stand_in_order()
+{
+    bool same = std::size(fixed_rates) == RATE_COUNT;
+    for (int i = 0; same && i < RATE_COUNT; i++)
+        same = fixed_rates[i].rate_hz == rate_rows[i].rate_hz;
+    return same;
+}
+static_assert(stand_in_order(), "a setting for each row of rate_rows");
 
 const MSP_ROW_T mclk_msp_22579000_inc[MSP_ROW_COUNT] = {
     // row    P1      P2      P3

@@ -1,5 +1,4 @@
-/* The chip's dividers: the parameters of a ratio, their eight registers, and the writing of them.
- */
+/* The chip's dividers: the parameters of a ratio, their eight registers, the writing of them. */
 #include "chip/multisynth.h"
 
 #include <unistd.h>
@@ -32,7 +31,7 @@ DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits)
 void write_block(uint8_t reg, const DIVIDER_BLOCK_T &bytes, unsigned pause_us)
 {
     for (const uint8_t byte : bytes) {
-        (void)i2cSendRegister(reg, byte); // always 0; a failure is in the log
+        i2cSendRegister(reg, byte);
         reg++;
         if (pause_us > 0) usleep(pause_us);
     }

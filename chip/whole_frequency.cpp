@@ -1,5 +1,4 @@
-/* The whole-frequency interface: an even output divider, and PLL A at that many times the output.
- */
+/* The whole-frequency interface: an even output divider, PLL A at that many times the output. */
 #include "chip/whole_frequency.h"
 
 #include "chip/multisynth.h"

@@ -93,7 +93,7 @@ static void init(const ARGUMENTS_T &args)
 
 /* A text is the command with one of whose keywords it begins, in upper or lower case: "yes"
  * enables. No text can begin with keywords of two commands. */
-struct COMMAND_ROW_T {
+struct KEYWORD_ROW_T {
     std::string_view keyword;
     std::string_view other; // a second keyword; the same again where there is none
     int numbers;            // how many arguments are scanned
@@ -101,7 +101,7 @@ struct COMMAND_ROW_T {
     void (*act)(const ARGUMENTS_T &args);
 };
 // clang-format off
-static constexpr COMMAND_ROW_T command_rows[] = {
+static constexpr KEYWORD_ROW_T command_rows[] = {
     {"y",    "enable",   0, {0, 0},     enable_service},
     {"n",    "disable",  0, {0, 0},     disable_service},
     {"dump", "dump",     0, {0, 0},     dump_records},
@@ -131,7 +131,7 @@ static bool scan_number(const char **text, int32_t *number)
 }
 
 /* The keyword as typed, then the numbers; the first that does not parse ends the scan. */
-static ARGUMENTS_T scan_arguments(const char *text, const COMMAND_ROW_T &row)
+static ARGUMENTS_T scan_arguments(const char *text, const KEYWORD_ROW_T &row)
 {
     ARGUMENTS_T args = row.defaults;
     const size_t word = strcspn(text, WHITE_SPACE);
@@ -144,7 +144,8 @@ static ARGUMENTS_T scan_arguments(const char *text, const COMMAND_ROW_T &row)
 
 void run_console_command(const char *text)
 {
-    for (const COMMAND_ROW_T &row : command_rows) {
+    if (text == nullptr) return;
+    for (const KEYWORD_ROW_T &row : command_rows) {
         if (!begins_with(text, row.keyword) && !begins_with(text, row.other)) continue;
         row.act(scan_arguments(text, row));
         return;

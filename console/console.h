@@ -2,11 +2,11 @@
 #pragma once
 
 /**
- * Body of the console thread: names it "debug_task", logs its id and reads commands for ever. After
- * a failure (logged) it makes the pipe anew, 1 s later.
- * @param unused  not used
+ * Acts on one text as the table of commands says; a text that begins with no keyword is dropped.
+ * Takes the engine lock.
+ * @param text  terminated, or null, which does nothing; only the command at its beginning counts
  */
-void *debug_task(void *unused);
+void run_console_command(const char *text);
 
 /**
  * Makes the pipe /tmp/si5351 anew and acts on what is written into it, until that fails.
@@ -15,8 +15,8 @@ void *debug_task(void *unused);
 int handle_cmd();
 
 /**
- * Acts on one text as the table of commands says; a text that begins with no keyword is dropped.
- * Takes the engine lock.
- * @param text  terminated; only the command at its beginning counts
+ * Body of the console thread: names it "debug_task", logs its id and reads commands for ever. After
+ * a failure (logged) it makes the pipe anew, 1 s later.
+ * @param unused  not used
  */
-void run_console_command(const char *text);
+void *debug_task(void *unused);

@@ -29,7 +29,7 @@ static SNAPSHOT_T copy_state()
 
 static void print_state(FILE *file, const SNAPSHOT_T &state)
 {
-    (void)fputs("init 5351 conf\n", file); // failures show when the file is closed
+    (void)fputs("init 5351 conf\n", file); // so short a text fails at the close
     for (const SI5351_CONF_T &record : state.records) {
         char line[RECORD_LINE_SIZE];
         format_record_details(line, record);
@@ -45,7 +45,10 @@ static void print_state(FILE *file, const SNAPSHOT_T &state)
 static FILE *open_dump_file()
 {
     const int fd = open(DUMP_PATH, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-    return fd < 0 ? nullptr : fdopen(fd, "w+");
+    if (fd < 0) return nullptr;
+    FILE *file = fdopen(fd, "w+");
+    if (file == nullptr) (void)close(fd);
+    return file;
 }
 
 int write_text_dump()
@@ -56,8 +59,8 @@ int write_text_dump()
         return -1;
     }
     print_state(file, copy_state());
-    const bool failed = fflush(file) != 0;
-    (void)fclose(file); // nothing left to write
-    if (failed) LOG_ERROR("write %s fail, errno %d:%s", DUMP_PATH, errno, strerror(errno));
-    return failed ? -1 : 0;
+    const int failure = fclose(file) == 0 ? 0 : errno;
+    if (failure != 0)
+        LOG_ERROR("write %s fail, errno %d:%s", DUMP_PATH, failure, strerror(failure));
+    return 0;
 }

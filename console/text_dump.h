@@ -3,6 +3,7 @@
 
 /**
  * Rewrites the dump file, all of it from one instant. Takes the engine lock for the copy only.
- * @return 0; or -1 when the file cannot be opened or not be written whole (logged)
+ * @return 0, also when the file could not be written whole (logged); -1 when it cannot be opened
+ *         (logged)
  */
 int write_text_dump();

@@ -26,7 +26,7 @@ int vx_si5351_start2()
     LOG_INFO(" audio vx_si5351_start2 startup");
     {
         const std::lock_guard lock(g_engine_lock);
-        (void)vx_si5351_init(); // always 1
+        vx_si5351_init();
     }
     if (pthread_create(&si5351tidp, nullptr, si5351_task, nullptr) != 0) {
         LOG_ERROR(" audio si5351_task thread create fail");

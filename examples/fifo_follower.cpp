@@ -104,7 +104,7 @@ int main(int argc, char **argv)
     }
     log4cpp::BasicConfigurator::configure(); // the client calls log: lines to standard output
     (void)setvbuf(stdout, nullptr, _IOLBF, 0);
-    follower.sock = vx_create_sock(2);
+    follower.sock = vx_create_sock(VX_SOCK_DATAGRAM);
     const int result = run(&follower, source_ppm, run_s);
     (void)vx_close_socket(&follower.sock);
     return result == 0 ? 0 : 1;

@@ -30,7 +30,8 @@ void log_line(int priority, const char *source, unsigned line, const char *forma
     category.log(priority, "%s --[%s:%u]", message, source, line);
 }
 
-/* What a file that failed half-way may have set up goes too; log4cpp owns appender and layout. */
+/* What a file that failed half-way may have set up goes too, for the root and for our category;
+ * log4cpp owns appender and layout. */
 static void log_to_standard_error()
 {
     auto *layout = new log4cpp::PatternLayout();
@@ -38,6 +39,10 @@ static void log_to_standard_error()
     auto *appender = new log4cpp::OstreamAppender("standard error", &std::cerr);
     appender->setLayout(layout);
 
+    log4cpp::Category &category = log4cpp::Category::getInstance(LOG_CATEGORY);
+    category.removeAllAppenders();
+    category.setAdditivity(true);
+    category.setPriority(log4cpp::Priority::NOTSET); // as the root's
     log4cpp::Category &root = log4cpp::Category::getRoot();
     root.removeAllAppenders();
     root.setAppender(appender);

@@ -12,7 +12,6 @@
 
 #include "net/steps.h"
 
-static constexpr int IPV4_DATAGRAM = 2;      // socket kind
 static constexpr int MODE_FLAG_SHIFT = 16;   // from a mode bit to the flag of a result
 static constexpr useconds_t PAUSE_US = 1000; // between two attempts
 static constexpr int RECV_PAUSES = 1;        // with no datagram in between
@@ -164,7 +163,7 @@ int vx_udp_send_data(const char *to, int port, const void *data, int len)
 {
     if (to == nullptr || port < FIRST_FREE_PORT || port > LAST_PORT || data == nullptr || len <= 0)
         return -1;
-    int fd = vx_create_sock(IPV4_DATAGRAM);
+    int fd = vx_create_sock(VX_SOCK_DATAGRAM);
     if (fd < 0) {
         (void)printf("send create sock error %s\n", strerror(errno));
         return -1;

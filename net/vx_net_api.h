@@ -15,6 +15,14 @@
 
 // ---- Sockets and readiness
 
+/* Kinds of vx_create_sock. */
+inline constexpr int VX_SOCK_STREAM = 1;
+inline constexpr int VX_SOCK_DATAGRAM = 2;
+
+/* What vx_select is asked for, and what it reports with the descriptor in the low 16 bits. */
+inline constexpr int VX_WAIT_READABLE = 1;
+inline constexpr int VX_IS_READABLE = 0x10000;
+
 /**
  * Makes a socket.
  * @param kind  odd: stream, even: datagram; -2 to 2: IPv4, else local (file path). So 1 and 2 are

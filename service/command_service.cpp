@@ -178,15 +178,17 @@ static bool receive_datagram(SERVICE_T *service)
 static void serve_datagrams(SERVICE_T *service)
 {
     for (;;) {
-        const int ready = vx_select(&service->sock, 1, 1, WAIT_MS);
-        if (ready != (service->sock | 0x10000)) continue;
+        const int ready = vx_select(&service->sock, 1, VX_WAIT_READABLE, WAIT_MS);
+        if (ready != (service->sock | VX_IS_READABLE)) continue;
         if (receive_datagram(service)) act_on_datagram(service);
     }
 }
 
 int udp_socket_create(const char *ip, int port)
 {
-    int sock = vx_create_sock(2);
+    if (ip == nullptr) return -1;
+    int sock = vx_create_sock(VX_SOCK_DATAGRAM);
+    if (sock >= FD_SETSIZE) vx_close_socket(&sock); // none that vx_select can wait for
     if (sock < 1) {
         LOG_ERROR("create socket<%s:%d> err", ip, port);
         return -1;

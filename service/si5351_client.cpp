@@ -84,8 +84,8 @@ int send_set_param(int sock, int ch, int rate_hz)
     drop_late_replies(sock);
     for (;;) {
         if (send_command(sock, set_param_call, ch, rate_hz) != 0) return -1;
-        const int ready = vx_select(&sock, 1, 1, REPLY_WAIT_MS);
-        if (ready == (sock | 0x10000)) break;
+        const int ready = vx_select(&sock, 1, VX_WAIT_READABLE, REPLY_WAIT_MS);
+        if (ready == (sock | VX_IS_READABLE)) break;
         if (ready == 0) LOG_ERROR("get 5351 set param response timeout");
     }
     take_reply(sock);

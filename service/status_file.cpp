@@ -1,5 +1,4 @@
-/* The status file: builds the text from one instant's records, and replaces the file by a rename.
- */
+/* The status file: builds the text from one instant's records, replaces the file by a rename. */
 #include "service/status_file.h"
 
 #include <cstdio>

@@ -43,6 +43,9 @@ TEST(Dividers, RatiosBecomeTheEightRegisters)
         {"P1 below 0 not wrapped", [] { Multisynth(58, 0, 0, 1, 7); }, 58,
          "00 01 73 FE 00 00 00 00"},
         {"divider code masked", [] { Multisynth(58, 36, 0, 1, 8); }, 58, "00 01 80 10 00 00 00 00"},
+        // f 2^39, of which 32 bits leave 0; P1 8832, P2 128 x (2^32 - 1)
+        {"quotient beyond 32 bits", [] { Multisynth(42, 73, UINT32_MAX, 1, 1); }, 42,
+         "00 01 10 22 80 0F FF 80"},
         {"integer block", [] { setupMultisynth(50, 36, 0); }, 50, "00 01 00 10 00 00 00 00"},
         {"code shifted", [] { setupMultisynth(50, 2047, 0x20); }, 50, "00 01 23 FD 80 00 00 00"},
     };
@@ -62,7 +65,6 @@ TEST(Dividers, AZeroDenominatorIsRefused)
     EXPECT_EQ(take_log(), (LINES{"ERROR invalid denom:0 for registers from 26",
                                  "ERROR invalid denom:0 for registers from 42"}));
     EXPECT_EQ(take_writes(), LINES{});
-    Multisynth(42, 73, UINT32_MAX, 1, 1); // a quotient beyond 32 bits is defined
 }
 
 TEST(WholeFrequency, MovesThePllAndSetsAnEvenDivider)

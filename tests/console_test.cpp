@@ -131,6 +131,11 @@ TEST(Console, NoTwoBlocksInterleaveWithTheService)
     std::thread(si5351_svr_start).detach();
     const int client = open_client();
     await_port();
+    {
+        const std::lock_guard lock(g_engine_lock);
+        send_words(client, {0x1234, 1, 48000});
+        EXPECT_EQ(receive_reply(client).size(), 64U) << "the echo waits for the engine";
+    }
 
     std::thread console([] {
         for (int i = 0; i < 1000; i++) {

@@ -34,6 +34,9 @@ TEST(Log, AFileThatCannotBeUsedSendsTheLogToStandardError)
         {"a priority of no name taken", "rootCategory=LOUD, file\n"},
         {"lines lost without a word", "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
                                       "appender.file.fileName=/nowhere/at/all.log\n"},
+        {"our own category left silent",
+         "rootCategory=INFO\ncategory.CATEGORY=ERROR, file\nadditivity.CATEGORY=false\n"
+         "appender.file=FileAppender\nappender.file.fileName=/nowhere/at/all.log\n"},
         {"half a set-up left standing",
          "rootCategory=ERROR, good, bad\nappender.good=FileAppender\n"
          "appender.good.fileName=/tmp/si5351_log_test.log\nappender.bad=Nothing\n"},

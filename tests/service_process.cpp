@@ -118,3 +118,54 @@ std::string fetch_dump(int client)
         dump += receive_reply(client);
     return dump;
 }
+
+long cpu_ticks(pid_t pid)
+{
+    const std::string stat = read_file("/proc/" + std::to_string(pid) + "/stat");
+    long user = 0;
+    long system = 0;
+    (void)sscanf(stat.c_str() + stat.rfind(')'),
+                 ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user, &system);
+    return user + system;
+}
+
+static std::string chip_registers()
+{
+    const std::string image = read_file("/tmp/si5351_sim.regs");
+    std::string text;
+    for (size_t reg = 42; reg < 66 && reg < image.size(); reg++) {
+        char byte[8];
+        (void)snprintf(byte, sizeof(byte), "%s%02X", reg > 42 ? " " : "",
+                       static_cast<unsigned char>(image[reg]));
+        text += byte;
+    }
+    return text;
+}
+
+void RUNNING_SERVICE_T::SetUp()
+{
+    process = start_service(SI5351_APP_SIM);
+    await_output(process, "CLK2 runs at 6144028.14 Hz");
+    await_port();
+    ASSERT_EQ(fetch_dump(client), model_dump(model));
+}
+
+void RUNNING_SERVICE_T::TearDown()
+{
+    close(client);
+    stop_service(process);
+}
+
+void RUNNING_SERVICE_T::command(uint32_t cmd, int32_t ch, int32_t arg0, int32_t arg1)
+{
+    send_words(client, {cmd, static_cast<uint32_t>(ch), static_cast<uint32_t>(arg0),
+                        static_cast<uint32_t>(arg1)});
+    apply_command(&model, cmd, ch, arg0, arg1);
+    EXPECT_EQ(cmd == 0x1234 ? receive_reply(client).size() : 64U, 64U);
+}
+
+void RUNNING_SERVICE_T::expect_agreement() const
+{
+    EXPECT_EQ(fetch_dump(client), model_dump(model));
+    EXPECT_EQ(chip_registers(), model_registers(model));
+}

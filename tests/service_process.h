@@ -2,9 +2,12 @@
 #pragma once
 
 #include <cstdint>
+#include <gtest/gtest.h>
 #include <string>
 #include <sys/types.h>
 #include <vector>
+
+#include "tests/engine_model.h"
 
 struct SERVICE_PROCESS_T {
     pid_t pid;
@@ -43,3 +46,23 @@ std::string fetch_dump(int client);
 
 /* A whole file as text; empty when it is not there. */
 std::string read_file(const std::string &path);
+
+/* CPU time that a process has used, in ticks of 10 ms. */
+long cpu_ticks(pid_t pid);
+
+/* A fixture: the service over the simulated chip, a client, and what the service must make of the
+ * client's commands. */
+struct RUNNING_SERVICE_T : testing::Test {
+    void SetUp() override;
+    void TearDown() override;
+
+    /* Sends a command, applies it to the model and takes the echo of a set-param. */
+    void command(uint32_t cmd, int32_t ch, int32_t arg0 = 0, int32_t arg1 = 0);
+
+    /* Compares records and registers with the model. */
+    void expect_agreement() const;
+
+    SERVICE_PROCESS_T process = {};
+    int client = open_client();
+    MODEL_T model;
+};

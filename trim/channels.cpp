@@ -25,6 +25,7 @@ static constexpr STATUS_WORD_T status_words[] = {
 static constexpr SI5351_CONF_T start_record(int32_t ch)
 {
     const RATE_ROW_T &row = rate_rows[1];
+    static_assert(rate_rows[1].rate_hz == 48000, "the setting at start");
     SI5351_CONF_T record{};
     record.ch = ch;
     record.rate = row.rate_hz;
@@ -38,6 +39,7 @@ static constexpr SI5351_CONF_T start_record(int32_t ch)
     return record;
 }
 
+static_assert(RATE_COUNT == 6, "a trim step for each rate below");
 std::mutex g_engine_lock;
 SI5351_CONF_T stSi5351Conf[CHANNEL_COUNT] = {start_record(1), start_record(2), start_record(3)};
 int32_t stStep[RATE_COUNT] = {rate_rows[0].start_step, rate_rows[1].start_step,

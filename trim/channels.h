@@ -87,7 +87,8 @@ int32_t &trim_step(const RATE_ROW_T &row);
 
 /* Guards the records, the step table, the fixed-table working record, the bus descriptor and the
  * chip. Whoever drives the engine takes it once per command, from the first read of a record to the
- * last register write; the engine's own functions take no lock. */
+ * last register write. The engine's own functions take no lock, but for those here that say so:
+ * the ones that copy records to be written elsewhere. */
 extern std::mutex g_engine_lock;
 
 extern SI5351_CONF_T stSi5351Conf[CHANNEL_COUNT];

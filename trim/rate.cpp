@@ -1,5 +1,4 @@
-/* Rate change: puts a channel's record at a row of the rate table. Reset: steps it to its centre.
- */
+/* Rate change: puts a channel at a row of the rate table. Reset: steps it to its centre. */
 #include "trim/rate.h"
 
 #include "log/log.h"

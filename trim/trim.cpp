@@ -1,5 +1,4 @@
-/* Trim stepping: the position in steps, the numerator that follows from it, and the learned centre.
- */
+/* Trim stepping: the position in steps, the numerator that follows from it, the learned centre. */
 #include "trim/trim.h"
 
 #include "chip/multisynth.h"
