@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <iterator>
@@ -45,6 +46,7 @@ void stop_service(const SERVICE_PROCESS_T &service)
 
 std::string read_file(const std::string &path)
 {
+    if (!std::filesystem::is_regular_file(path)) return "";
     std::ifstream file(path);
     return {std::istreambuf_iterator<char>(file), {}};
 }

@@ -44,7 +44,7 @@ std::string receive_reply(int client, int wait_ms = 20000);
 /* The text of the dump reply. */
 std::string fetch_dump(int client);
 
-/* A whole file as text; empty when it is not there. */
+/* A whole file as text; empty when there is none. */
 std::string read_file(const std::string &path);
 
 /* CPU time that a process has used, in ticks of 10 ms. */
