@@ -33,6 +33,7 @@ static pid_t start(const std::vector<const char *> &words)
     const pid_t pid = fork();
     if (pid != 0) return pid;
     std::vector<char *> args;
+    args.reserve(words.size() + 1);
     for (const char *word : words)
         args.push_back(const_cast<char *>(word));
     args.push_back(nullptr);

@@ -9,7 +9,7 @@
 
 static void trim_record(benchmark::State &state)
 {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         (void)vx_si5351_conf_inc(&stSi5351Conf[0]);
         (void)vx_si5351_conf_dec(&stSi5351Conf[0]);
     }
@@ -18,21 +18,21 @@ BENCHMARK(trim_record);
 
 static void pack_block(benchmark::State &state)
 {
-    for (auto _ : state)
+    while (state.KeepRunning())
         benchmark::DoNotOptimize(pack_divider({8862, 1003550, 1048575}, 0x10));
 }
 BENCHMARK(pack_block);
 
 static void write_multisynth(benchmark::State &state)
 {
-    for (auto _ : state)
+    while (state.KeepRunning())
         Multisynth(42, 73, 253600, 1048575, 1);
 }
 BENCHMARK(write_multisynth);
 
 static void trim_channel(benchmark::State &state)
 {
-    for (auto _ : state) {
+    while (state.KeepRunning()) {
         vx_si5351_increase(1);
         vx_si5351_decrease(1);
     }
@@ -41,14 +41,14 @@ BENCHMARK(trim_channel);
 
 static void change_rate(benchmark::State &state)
 {
-    for (auto _ : state)
+    while (state.KeepRunning())
         (void)vx_si5351_set_param(1, 44100);
 }
 BENCHMARK(change_rate);
 
 static void rewrite_status_file(benchmark::State &state)
 {
-    for (auto _ : state)
+    while (state.KeepRunning())
         (void)dump2json();
 }
 BENCHMARK(rewrite_status_file);
