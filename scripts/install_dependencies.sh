@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages that are missing, as root or through sudo.
-# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench]
+# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross]
 set -eu
 
 packages=
@@ -10,7 +10,8 @@ for purpose in "$@"; do
     test) packages="$packages libgtest-dev iproute2 util-linux" ;;
     check) packages="$packages clang clang-format clang-tidy git" ;;
     bench) packages="$packages libbenchmark-dev binutils" ;;
-    *) echo "usage: $0 [build] [test] [check] [bench]" >&2; exit 2 ;;
+    cross) packages="$packages g++-aarch64-linux-gnu qemu-user-static" ;;
+    *) echo "usage: $0 [build] [test] [check] [bench] [cross]" >&2; exit 2 ;;
     esac
 done
 

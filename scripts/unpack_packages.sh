@@ -1,0 +1,68 @@
+#!/bin/sh
+# Unpacks Debian 12 packages of any architecture into a folder; nothing is installed.
+# Usage: scripts/unpack_packages.sh ARCHITECTURE FOLDER PACKAGE...
+# A PACKAGE is a name, a name/release (backports count only so), or @name: what that one depends on.
+# Of this machine's own architecture it unpacks as well what those need and the machine lacks.
+# The folder is made whole or not at all; one that was made from the same packages stays as it is.
+set -eu
+
+architecture=$1
+folder=$2
+shift 2
+contents="$folder/.packages"
+[ "$(cat "$contents" 2>/dev/null)" != "$architecture $*" ] || exit 0
+
+# The machine's own sources, over lists and caches of their own.
+work="$folder.new"
+rm -rf "$work" "$folder"
+mkdir -p "$work/.apt/lists/partial" "$work/.apt/archives/partial"
+work=$(cd "$work" && pwd)
+apt-get update --print-uris -o Dir::State::Lists="$work/.apt/lists" |
+    sed -n "s|^'\(.*\)/dists/\(bookworm[a-z-]*\)/main/binary-.*|\1 \2|p" |
+    awk -v deb='deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]' '
+        { print deb, $1, $2, "main" }
+        $2 == "bookworm" { print deb, $1, "bookworm-backports", "main" }' |
+    sort -u >"$work/.apt/sources.list"
+[ -s "$work/.apt/sources.list" ] || { echo "$0: this machine has no Debian 12 sources" >&2; exit 1; }
+status=/var/lib/dpkg/status
+if [ "$architecture" != "$(dpkg --print-architecture)" ]; then
+    status="$work/.apt/status"
+    : >"$status"
+fi
+cat >"$work/.apt/apt.conf" <<EOF
+APT::Architecture "$architecture";
+APT::Architectures { "$architecture"; };
+APT::Sandbox::User "root";
+Debug::NoLocking "true";
+Dir::Cache "$work/.apt";
+Dir::Cache::archives "archives";
+Dir::Etc::sourcelist "$work/.apt/sources.list";
+Dir::Etc::sourceparts "/dev/null";
+Dir::Etc::preferencesparts "/dev/null";
+Dir::State::Lists "$work/.apt/lists";
+Dir::State::status "$status";
+EOF
+export APT_CONFIG="$work/.apt/apt.conf"
+
+echo "unpacking for $architecture: $*"
+apt-get update -qq
+packages=
+for package in "$@"; do
+    case $package in
+    @*) package=$(apt-cache depends "${package#@}" | sed -n 's/^  Depends: //p') ;;
+    esac
+    packages="$packages $package"
+done
+# shellcheck disable=SC2086 # a list of words
+(
+    cd "$work/.apt/archives"
+    apt-get download -qq $packages
+    [ ! -s "$status" ] ||
+        apt-get install -qq --download-only --no-install-recommends $packages >/dev/null
+)
+for package in "$work"/.apt/archives/*.deb; do
+    dpkg -x "$package" "$work"
+done
+rm -rf "$work/.apt"
+echo "$architecture $*" >"$work/.packages"
+mv "$work" "$folder"
