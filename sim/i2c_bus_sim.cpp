@@ -21,35 +21,36 @@ static constexpr const char *PATH_VARIABLE = "SI5351_SIM_REGISTERS";
 /* Guards everything below; held for the whole of a transfer, as the kernel holds its adapter. */
 static std::mutex bus_mutex;
 
-/* The chip: the mapped file or own_registers, null before the first use; and where the next read or
- * one-byte write left off. */
+/* The chip and its switches: the mapped file or own_chip, null before the first use; the registers
+ * in it; and where the next read or one-byte write left off. */
+static SIM_FILE_T *chip;
+static SIM_FILE_T own_chip;
 static uint8_t *registers;
-static uint8_t own_registers[SI5351_REGISTER_COUNT];
 static uint8_t register_pointer;
 
 static SI5351_CLOCK_T clocks[SI5351_OUTPUT_COUNT]; // as last logged
-static SIM_FAULTS_T faults;
+static uint32_t transfer_count; // since the switches were last thrown from within, for fail_every
 static bool recording;
 
 /* Never destroyed: another thread may still be transferring while the process exits. */
 static auto &transactions = *new std::vector<SIM_TRANSACTION_T>;
 
 /* Null with errno set when the path cannot be mapped. */
-static uint8_t *map_register_file(const char *path)
+static SIM_FILE_T *map_chip_file(const char *path)
 {
     const int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0644);
     if (fd < 0) return nullptr;
 
     // Lengthens a short file and never cuts one; a mapped page without its block would be SIGBUS.
-    int failure = posix_fallocate(fd, 0, SI5351_REGISTER_COUNT);
+    int failure = posix_fallocate(fd, 0, sizeof(SIM_FILE_T));
     void *memory = MAP_FAILED;
     if (failure == 0) {
-        memory = mmap(nullptr, SI5351_REGISTER_COUNT, PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+        memory = mmap(nullptr, sizeof(SIM_FILE_T), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
         failure = errno;
     }
     (void)close(fd); // the mapping stays
     errno = failure;
-    return memory == MAP_FAILED ? nullptr : static_cast<uint8_t *>(memory);
+    return memory == MAP_FAILED ? nullptr : static_cast<SIM_FILE_T *>(memory);
 }
 
 static void note_clocks()
@@ -58,16 +59,17 @@ static void note_clocks()
         clocks[i] = decode_output_clock(registers, i);
 }
 
-static void attach_registers()
+static void attach_chip()
 {
-    if (registers != nullptr) return;
+    if (chip != nullptr) return;
     const char *chosen = getenv(PATH_VARIABLE);
     const char *path = chosen != nullptr ? chosen : DEFAULT_PATH;
-    registers = map_register_file(path);
-    if (registers == nullptr) {
+    chip = map_chip_file(path);
+    if (chip == nullptr) {
         LOG_ERROR("chip registers %s: %s (%d), kept in memory only", path, strerror(errno), errno);
-        registers = own_registers;
+        chip = &own_chip;
     }
+    registers = chip->registers;
     note_clocks();
 }
 
@@ -129,13 +131,32 @@ static int check_messages(const i2c_rdwr_ioctl_data *transfer)
     return 0;
 }
 
+/* Another process may be throwing the switch right now. */
+static uint32_t read_switch(const uint32_t *word)
+{
+    return __atomic_load_n(word, __ATOMIC_RELAXED);
+}
+
+/* 0, or the errno with which a fault ends the next transfer before its first byte. */
+static int count_faults(SIM_FAULTS_T *faults)
+{
+    transfer_count++;
+    const uint32_t fail_in = read_switch(&faults->fail_in);
+    if (fail_in > 0) __atomic_store_n(&faults->fail_in, fail_in - 1, __ATOMIC_RELAXED);
+    if (fail_in == 1) return EIO;
+    const uint32_t every = read_switch(&faults->fail_every);
+    const bool missed = every > 0 && transfer_count % every == 0;
+    return missed || read_switch(&faults->silent) != 0 ? EREMOTEIO : 0;
+}
+
 /* 0 or an errno; messages ahead of one that is not acknowledged have reached the chip. */
 static int run_transfer(int fd, const i2c_rdwr_ioctl_data &transfer)
 {
     if (fcntl(fd, F_GETFD) < 0) return EBADF;
-    std::this_thread::sleep_for(std::chrono::microseconds(faults.delay_us));
-    if (faults.fail_in > 0 && --faults.fail_in == 0) return EIO;
-    if (faults.silent) return EREMOTEIO;
+    const std::chrono::microseconds delay(read_switch(&chip->faults.delay_us));
+    if (delay.count() > 0) std::this_thread::sleep_for(delay);
+    const int fault = count_faults(&chip->faults);
+    if (fault != 0) return fault;
 
     for (uint32_t i = 0; i < transfer.nmsgs; i++) {
         const i2c_msg &message = transfer.msgs[i];
@@ -160,8 +181,8 @@ static void record_messages(const i2c_rdwr_ioctl_data &transfer, int result)
 int i2c_bus_open(const char * /*path*/)
 {
     const std::lock_guard<std::mutex> lock(bus_mutex);
-    attach_registers();
-    if (faults.absent) {
+    attach_chip();
+    if (read_switch(&chip->faults.absent) != 0) {
         errno = ENOENT;
         return -1;
     }
@@ -173,7 +194,7 @@ int i2c_bus_transfer(int fd, i2c_rdwr_ioctl_data *transfer)
     int failure = check_messages(transfer);
     if (failure == 0) {
         const std::lock_guard<std::mutex> lock(bus_mutex);
-        attach_registers();
+        attach_chip();
         failure = run_transfer(fd, *transfer);
         if (recording) record_messages(*transfer, failure);
     }
@@ -190,11 +211,11 @@ void i2c_bus_close(int fd)
 void sim_reset()
 {
     const std::lock_guard<std::mutex> lock(bus_mutex);
-    attach_registers();
-    memset(registers, 0, SI5351_REGISTER_COUNT);
+    attach_chip();
+    *chip = {};
     note_clocks();
     register_pointer = 0;
-    faults = {};
+    transfer_count = 0;
     recording = false;
     transactions.clear();
 }
@@ -202,16 +223,19 @@ void sim_reset()
 void sim_restart()
 {
     const std::lock_guard<std::mutex> lock(bus_mutex);
-    const bool mapped = registers != nullptr && registers != own_registers;
-    if (mapped) (void)munmap(registers, SI5351_REGISTER_COUNT); // an exact mapping: cannot fail
-    memset(own_registers, 0, sizeof(own_registers));
+    const bool mapped = chip != nullptr && chip != &own_chip;
+    if (mapped) (void)munmap(chip, sizeof(SIM_FILE_T)); // an exact mapping: cannot fail
+    own_chip = {};
+    chip = nullptr;
     registers = nullptr;
 }
 
 void sim_set_faults(const SIM_FAULTS_T &wanted)
 {
     const std::lock_guard<std::mutex> lock(bus_mutex);
-    faults = wanted;
+    attach_chip();
+    chip->faults = wanted;
+    transfer_count = 0;
 }
 
 void sim_set_recording(bool on)
@@ -231,13 +255,13 @@ std::vector<SIM_TRANSACTION_T> sim_take_transactions()
 uint8_t sim_read_register(uint8_t reg)
 {
     const std::lock_guard<std::mutex> lock(bus_mutex);
-    attach_registers();
+    attach_chip();
     return registers[reg];
 }
 
 SI5351_CLOCK_T sim_read_output(int output)
 {
     const std::lock_guard<std::mutex> lock(bus_mutex);
-    attach_registers();
+    attach_chip();
     return decode_output_clock(registers, output);
 }

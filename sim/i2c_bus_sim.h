@@ -4,10 +4,11 @@
  * write message [register, data...] sets registers upwards from the first, a one-byte write only
  * the register pointer; a read gives the registers from the pointer on. Both wrap from 255 to 0.
  *
- * The registers lie in a file of 256 bytes, /tmp/si5351_sim.regs or what the environment variable
- * SI5351_SIM_REGISTERS names, mapped at the first use. Like a chip that stays powered it keeps them
- * when the process ends, and other processes may look at it. When the file cannot be used, an ERROR
- * line says why and the registers lie in memory only.
+ * The chip lies in a file, /tmp/si5351_sim.regs or what the environment variable
+ * SI5351_SIM_REGISTERS names, mapped at the first use: SIM_FILE_T, the 256 registers and the
+ * switches for faults. Like a chip that stays powered it keeps both when the process ends. Other
+ * processes may look at it and throw the switches at any time. When the file cannot be used, an
+ * ERROR line says why and the chip lies in memory only.
  *
  * One INFO line is logged for each output whose frequency a write changes. A parameter block of
  * eight registers counts for these lines when its last register is written, all others at once.
@@ -32,14 +33,22 @@ struct SIM_TRANSACTION_T {
     int result;     // 0 or the errno of the whole transfer
 };
 
-/* Faults of the bus; all zero is a healthy one. */
+/* Faults of the bus, in 32-bit words of the machine's byte order; all zero is a healthy one. */
 struct SIM_FAULTS_T {
-    bool absent;       // opening the device fails with ENOENT; open descriptors stay usable
-    bool silent;       // nobody acknowledges: transfers fail with EREMOTEIO
-    int fail_in;       // this transfer from now, 1 the next, fails with EIO before its first byte;
+    uint32_t absent;   // not 0: opening the device fails with ENOENT; open descriptors stay usable
+    uint32_t silent;   // not 0: nobody acknowledges, transfers fail with EREMOTEIO
+    uint32_t fail_in;  // this transfer from now, 1 the next, fails with EIO before its first byte;
                        // those on a descriptor that is not open do not count; 0 none
-    unsigned delay_us; // time each transfer holds the bus
+    uint32_t delay_us; // time each transfer holds the bus
+    uint32_t fail_every = 0; // each so many-th transfer fails with EREMOTEIO; 0 none
 };
+
+/* The file. */
+struct SIM_FILE_T {
+    uint8_t registers[SI5351_REGISTER_COUNT];
+    SIM_FAULTS_T faults;
+};
+static_assert(sizeof(SIM_FILE_T) == 276, "no gaps");
 
 /** Power-on state: all registers 0, faults off, recording off, list empty. Logs no change. */
 void sim_reset();

@@ -223,6 +223,10 @@ TEST(sim_model, FaultsAndRecording)
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(send({101}), 1);
     sim_set_recording(false);
+    sim_set_faults({false, false, 0, 0, 3});
+    for (const int result : {1, 1, -1, 1, 1, -1})
+        EXPECT_EQ(send({101, 4}), result);
+    sim_set_faults({});
     EXPECT_EQ(send({100, 4}), 1);
 
     const int results[] = {0, EIO, 0, EREMOTEIO, 0};
@@ -276,7 +280,7 @@ TEST(sim_model, KeepsItsRegistersInTheFile)
     EXPECT_EQ(sim_read_register(255), 0);
     struct stat file = {};
     EXPECT_EQ(stat(REGISTER_FILE, &file), 0);
-    EXPECT_EQ(file.st_size, 256);
+    EXPECT_EQ(file.st_size, sizeof(SIM_FILE_T));
 }
 
 TEST(sim_model, RunsWithoutTheFile)
