@@ -3,15 +3,12 @@
 
 #include <arpa/inet.h>
 #include <cstdio>
-#include <netinet/in.h>
 #include <sys/ioctl.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include "chip/i2c_access.h"
 #include "log/log.h"
 #include "net/vx_net_api.h"
-#include "service/protocol.h"
 #include "service/status_file.h"
 #include "trim/rate.h"
 #include "trim/trim.h"
@@ -20,18 +17,6 @@ static constexpr int MESSAGE_SIZE = sizeof(SI5351_MSG_T);
 static constexpr int WAIT_MS = 2000;
 static constexpr unsigned SOCKET_RETRY_S = 2;
 static constexpr useconds_t DUMP_PAUSE_US = 10000;
-
-/* What the loop keeps from one datagram to the next. */
-struct SERVICE_T {
-    int sock;
-    SI5351_MSG_T message; // bytes that a short datagram does not reach keep the earlier content
-    sockaddr_in sender;   // of the last datagram
-    socklen_t sender_size;
-    int32_t ch; // held values: as last carried by a command that carries them
-    int32_t rate_hz;
-    int32_t fifo_total;
-    int32_t fifo_used;
-};
 
 static void hold_rate(SERVICE_T *service)
 {
@@ -175,15 +160,6 @@ static bool receive_datagram(SERVICE_T *service)
     return false;
 }
 
-static void serve_datagrams(SERVICE_T *service)
-{
-    for (;;) {
-        const int ready = vx_select(&service->sock, 1, VX_WAIT_READABLE, WAIT_MS);
-        if (ready != (service->sock | VX_IS_READABLE)) continue;
-        if (receive_datagram(service)) act_on_datagram(service);
-    }
-}
-
 int udp_socket_create(const char *ip, int port)
 {
     if (ip == nullptr) return -1;
@@ -217,5 +193,13 @@ void si5351_svr_start()
     }
     SERVICE_T service = {};
     service.sock = await_command_socket();
-    serve_datagrams(&service);
+    for (;;)
+        serve_datagram(&service);
+}
+
+void serve_datagram(SERVICE_T *service)
+{
+    const int ready = vx_select(&service->sock, 1, VX_WAIT_READABLE, WAIT_MS);
+    if (ready != (service->sock | VX_IS_READABLE)) return;
+    if (receive_datagram(service)) act_on_datagram(service);
 }
