@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages that are missing, as root or through sudo.
-# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross]
+# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross] [fuzz]
 set -eu
 
 packages=
@@ -11,7 +11,8 @@ for purpose in "$@"; do
     check) packages="$packages clang clang-format clang-tidy git" ;;
     bench) packages="$packages libbenchmark-dev binutils" ;;
     cross) packages="$packages g++-aarch64-linux-gnu qemu-user-static" ;;
-    *) echo "usage: $0 [build] [test] [check] [bench] [cross]" >&2; exit 2 ;;
+    fuzz) packages="$packages clang libclang-rt-14-dev" ;;
+    *) echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz]" >&2; exit 2 ;;
     esac
 done
 
