@@ -6,13 +6,14 @@
 #include <cstdlib>
 
 static const struct {
-    int32_t rate, mult, num, div, step;
+    int32_t rate, mult, num, div;
 } nominal[] = {
-    {44100, 79, 753800, 1, 1400}, {48000, 73, 253600, 1, 1200}, {88200, 79, 753700, 0, 700},
-    {96000, 73, 253300, 0, 600},  {176400, 39, 901060, 0, 200}, {192000, 36, 650880, 0, 160},
+    {44100, 79, 753800, 1}, {48000, 73, 253600, 1},  {88200, 79, 753700, 0},
+    {96000, 73, 253300, 0}, {176400, 39, 901060, 0}, {192000, 36, 650880, 0},
 };
+static const char *const words[] = {"set param", "increase", "decrease", "reset"};
 
-static void set_rate(MODEL_CHANNEL_T *c, int32_t rate)
+static void set_rate(MODEL_CHANNEL_T *c, int32_t rate, const int32_t *steps)
 {
     c->rate = rate;
     c->value = c->learned = 0;
@@ -20,7 +21,7 @@ static void set_rate(MODEL_CHANNEL_T *c, int32_t rate)
         if (n.rate != rate) continue;
         c->value = c->nominal = c->chip_num = n.num;
         c->steps = 0;
-        c->step = n.step;
+        c->step = steps[&n - nominal];
         c->chip_mult = n.mult;
         c->chip_div = n.div;
     }
@@ -49,7 +50,7 @@ void apply_command(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0, int32
     if (ch < 1 || ch > 3) return;
     MODEL_CHANNEL_T *c = &model->channels[ch - 1];
     if (cmd >= 0x1234 && cmd <= 0x1237) c->status = cmd;
-    if (cmd == 0x1234) set_rate(c, arg0);
+    if (cmd == 0x1234) set_rate(c, arg0, model->steps);
     if (cmd == 0x1235) trim(c, -1);
     if (cmd == 0x1236) trim(c, 1);
     if (cmd == 0x1237 && c->steps != 0) trim(c, c->steps < 0 ? 1 : -1);
@@ -72,7 +73,6 @@ static std::string format(const char *text, ...)
 
 std::string model_dump(const MODEL_T &model)
 {
-    static const char *const words[] = {"set param", "increase", "decrease", "reset"};
     std::string text = "5351 info\n";
     for (int i = 0; i < 3; i++) {
         const MODEL_CHANNEL_T &c = model.channels[i];
@@ -93,6 +93,22 @@ std::string model_status(const MODEL_T &model)
                        i > 0 ? "," : "", names[i], c.fifo_size, c.fifo_fill, c.value);
     }
     return "{\"genlock\":{" + text + "}}";
+}
+
+std::string model_text_dump(const MODEL_T &model)
+{
+    std::string text = "init 5351 conf\n";
+    for (int i = 0; i < 3; i++) {
+        const MODEL_CHANNEL_T &c = model.channels[i];
+        text += format("ch:%d rate:%d value:%d xValue:%d defVal:%d count:%d step:%d status:%s "
+                       "mult:%d num:%d denom:1048575 div:%d\n",
+                       i + 1, c.rate, c.value, c.learned, c.nominal, c.steps, c.step,
+                       words[c.status - 0x1234], c.chip_mult, c.chip_num, c.chip_div);
+    }
+    text += "5351 step conf\n";
+    for (int i = 0; i < 6; i++)
+        text += format("%d:%d%s", nominal[i].rate, model.steps[i], i < 5 ? " " : "\n");
+    return text;
 }
 
 std::string model_registers(const MODEL_T &model)

@@ -15,14 +15,16 @@ struct MODEL_CHANNEL_T {
 
 struct MODEL_T {
     MODEL_CHANNEL_T channels[3];
+    int32_t steps[6] = {1400, 1200, 700, 600, 200, 160}; // by rate, ascending
 };
 
 /* Applies one command with its channel and arguments, whatever they are. */
 void apply_command(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0, int32_t arg1);
 
-/* The text of the dump reply, and of the status file. */
+/* The text of the dump reply, of the status file, and of the console's dump file. */
 std::string model_dump(const MODEL_T &model);
 std::string model_status(const MODEL_T &model);
+std::string model_text_dump(const MODEL_T &model);
 
 /* The 24 registers from 42 on, as "FF FF 10". */
 std::string model_registers(const MODEL_T &model);

@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <thread>
@@ -17,39 +16,23 @@
 static constexpr const char *PIPE = "/tmp/si5351";
 static constexpr const char *STATUS = "/tmp/genlock.json";
 
-/* Writes into the pipe and waits until the console has read it all. */
-static void type(const std::string &text)
-{
-    int fd = -1;
-    for (int poll = 0; fd < 0 && poll < 500; poll++) {
-        fd = open(PIPE, O_WRONLY | O_NONBLOCK | O_CLOEXEC);
-        if (fd < 0) usleep(10000);
-    }
-    ASSERT_GE(fd, 0) << "nobody reads the pipe";
-    ASSERT_EQ(fcntl(fd, F_SETFL, 0), 0);
-    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
-    for (int waiting = 1; waiting > 0; usleep(1000))
-        ASSERT_EQ(ioctl(fd, FIONREAD, &waiting), 0);
-    close(fd);
-}
-
 using Files = RUNNING_SERVICE_T;
 
 TEST_F(Files, PipeCommandsReachTheChipWhateverTheSwitch)
 {
-    type("inc 2\n");
+    type_text("inc 2\n");
     await_output(process, "CLK1 runs at 6144124.14 Hz");
-    type("no\n");
+    type_text("no\n");
     await_output(process, "disable si5351 --[");
     command(0x1235, 2); // takes the status, not the step
     command(0x1234, 3, 44100);
     await_output(process, "set param ch:3 rate:44100 --[");
-    type("step 48000 600\n");
-    type("init 2 48000\n");
-    type("inc 2\n");
+    type_text("step 48000 600\n");
+    type_text("init 2 48000\n");
+    type_text("inc 2\n");
     await_output(process, "CLK1 runs at 6144076.14 Hz"); // half a step above 6144028.14
-    type("dec 2\n");
-    type("dump\n");
+    type_text("dec 2\n");
+    type_text("dump\n");
     await_output(process, "dump si5351 param --[");
     const std::string dump = read_file("/tmp/si5351.txt");
     EXPECT_NE(dump.find("ch:2 rate:48000 value:253594 xValue:253594 defVal:253600 count:0 step:600 "
@@ -63,11 +46,11 @@ TEST_F(Files, PipeCommandsReachTheChipWhateverTheSwitch)
 
 TEST_F(Files, HostileTextsChangeNothing)
 {
-    type(std::string(1 << 20, 'x'));
-    type(std::string(100, '\0') + "inc 2");
-    type(std::string("\0inc 2\n", 7));
-    type(std::string(10000, '%') + "s%n%n");
-    type("%s%s%n%n\n");
+    type_text(std::string(1 << 20, 'x'));
+    type_text(std::string(100, '\0') + "inc 2");
+    type_text(std::string("\0inc 2\n", 7));
+    type_text(std::string(10000, '%') + "s%n%n");
+    type_text("%s%s%n%n\n");
     EXPECT_EQ(fetch_dump(client), model_dump(model));
     EXPECT_EQ(read_output(process).find("increase"), std::string::npos);
 }
@@ -172,7 +155,7 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
         await_port();
         if (fault.pipe_line != nullptr) await_output(process, fault.pipe_line, 2);
         if (fault.dump_line != nullptr) {
-            type("dump\n");
+            type_text("dump\n");
             await_output(process, fault.dump_line);
         }
         MODEL_T model;
@@ -195,7 +178,7 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
         EXPECT_EQ(read_file(STATUS), model_status(model)) << fault.name;
         (void)unlink(STATUS);
         if (fault.pipe_line != nullptr) {
-            type("dump\n");
+            type_text("dump\n");
             await_output(process, "dump si5351 param --[");
         }
         close(client);

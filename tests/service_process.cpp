@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -129,6 +130,31 @@ long cpu_ticks(pid_t pid)
     (void)sscanf(stat.c_str() + stat.rfind(')'),
                  ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user, &system);
     return user + system;
+}
+
+void type_text(const std::string &text)
+{
+    int fd = -1;
+    for (int poll = 0; fd < 0 && poll < 500; poll++) {
+        fd = open("/tmp/si5351", O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0) usleep(10000);
+    }
+    ASSERT_GE(fd, 0) << "nobody reads the pipe";
+    ASSERT_EQ(fcntl(fd, F_SETFL, 0), 0);
+    ASSERT_EQ(write(fd, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    for (int waiting = 1; waiting > 0; usleep(1000))
+        ASSERT_EQ(ioctl(fd, FIONREAD, &waiting), 0);
+    close(fd);
+}
+
+long count_drops()
+{
+    const std::string sockets = read_file("/proc/net/udp");
+    const size_t line = sockets.find(" 0100007F:2AF8 ");
+    if (line == std::string::npos) return -1;
+    const size_t end = sockets.find('\n', line); // the count is the line's last column
+    const size_t last = sockets.find_last_not_of(' ', end - 1);
+    return std::stol(sockets.substr(sockets.rfind(' ', last)));
 }
 
 static std::string chip_registers()

@@ -44,6 +44,13 @@ std::string receive_reply(int client, int wait_ms = 20000);
 /* The text of the dump reply. */
 std::string fetch_dump(int client);
 
+/* Writes into the console's pipe and waits until it is read; what it does may still be under way.
+ */
+void type_text(const std::string &text);
+
+/* Datagrams that found the buffer of the command socket full; -1 while it is not bound. */
+long count_drops();
+
 /* A whole file as text; empty when there is none. */
 std::string read_file(const std::string &path);
 
