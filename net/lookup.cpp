@@ -20,7 +20,6 @@ static constexpr int IPV4_TEXT_SIZE = 16;
 
 static constexpr int WAN_LIMIT_MS = 15000; // for each connect, and for the reply
 static constexpr int WAN_PAGE_SIZE = 10240;
-static constexpr int WAN_TEXT_SIZE = 64; // what a caller provides, terminator included
 
 /* Row's path, its host name, and that again. */
 static constexpr const char *WAN_REQUEST =
@@ -154,15 +153,14 @@ static int fetch_page(int fd, int row, char *page, int size)
     return vx_tcp_noblock_recv(fd, page, size, 0);
 }
 
-/* Copies what stands between the markers of a row; the page ends where the view does. */
-static bool copy_marked(std::string_view page, int row, char *text)
+bool net_copy_marked(std::string_view page, int row, char *text)
 {
     const std::string_view start = stWanSources.startCode[row];
     const size_t found = page.find(start);
     if (found == std::string_view::npos) return false;
     const size_t first = found + start.size();
     const size_t last = page.find(stWanSources.endCode[row], first);
-    if (last == std::string_view::npos || last - first >= WAN_TEXT_SIZE) return false;
+    if (last == std::string_view::npos || last - first >= NET_WAN_TEXT_SIZE) return false;
     memcpy(text, page.data() + first, last - first);
     text[last - first] = '\0';
     return true;
@@ -177,7 +175,7 @@ int vx_get_wan_ip(char *text)
         char page[WAN_PAGE_SIZE];
         const int len = fetch_page(fd, row, page, sizeof(page));
         (void)vx_close_socket(&fd);
-        if (len > 0 && copy_marked({page, static_cast<size_t>(len)}, row, text)) return 0;
+        if (len > 0 && net_copy_marked({page, static_cast<size_t>(len)}, row, text)) return 0;
     }
     return -1;
 }

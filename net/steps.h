@@ -3,6 +3,7 @@
 #pragma once
 
 #include <netinet/in.h>
+#include <string_view>
 #include <sys/select.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -77,3 +78,15 @@ inline sockaddr *net_plain(sockaddr_in *addr)
 {
     return reinterpret_cast<sockaddr *>(addr);
 }
+
+/* Room that a caller of vx_get_wan_ip provides, terminator included. */
+static constexpr int NET_WAN_TEXT_SIZE = 64;
+
+/**
+ * Copies what stands between the markers of a row of stWanSources; a page can hold anything.
+ * @param page  ends where the view does
+ * @param row   0 to VX_WAN_SOURCES - 1
+ * @param text  room for NET_WAN_TEXT_SIZE bytes; terminated, or left alone on failure
+ * @return false when a marker is missing or the text between them is too long
+ */
+bool net_copy_marked(std::string_view page, int row, char *text);
