@@ -172,6 +172,7 @@ static std::string chip_registers()
 
 void RUNNING_SERVICE_T::SetUp()
 {
+    (void)unlink("/tmp/genlock.json"); // where no sandbox could be made, an earlier case's
     process = start_service(SI5351_APP_SIM);
     await_output(process, "CLK2 runs at 6144028.14 Hz");
     await_port();
