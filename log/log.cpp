@@ -6,13 +6,14 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <iostream>
+#include <fcntl.h>
 #include <log4cpp/Appender.hh>
 #include <log4cpp/Category.hh>
-#include <log4cpp/OstreamAppender.hh>
+#include <log4cpp/FileAppender.hh>
 #include <log4cpp/PatternLayout.hh>
 #include <log4cpp/PropertyConfigurator.hh>
 #include <string>
+#include <unistd.h>
 
 static constexpr const char *LOG_CATEGORY = "CATEGORY";
 static constexpr int LINE_SIZE = 1024;
@@ -36,7 +37,9 @@ static void log_to_standard_error()
 {
     auto *layout = new log4cpp::PatternLayout();
     layout->setConversionPattern("%d [%p] %m%n");
-    auto *appender = new log4cpp::OstreamAppender("standard error", &std::cerr);
+    // No stream: one that failed once, on a full disk, stays failed.
+    const int fd = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0); // the appender closes it
+    auto *appender = new log4cpp::FileAppender("standard error", fd);
     appender->setLayout(layout);
 
     log4cpp::Category &category = log4cpp::Category::getInstance(LOG_CATEGORY);

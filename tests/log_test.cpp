@@ -3,9 +3,12 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <log4cpp/Category.hh>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,11 +35,13 @@ TEST(Log, AFileThatCannotBeUsedSendsTheLogToStandardError)
         {"an empty file taken", ""},
         {"garbage taken", "\x01\x02\xFF=\n==\n"},
         {"a priority of no name taken", "rootCategory=LOUD, file\n"},
-        {"lines lost without a word", "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
-                                      "appender.file.fileName=/nowhere/at/all.log\n"},
+        {"lines lost without a word",
+         "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
+         "appender.file.fileName=/nowhere/at/all.log\nappender.file.layout=BasicLayout\n"},
         {"our own category left silent",
          "rootCategory=INFO\ncategory.CATEGORY=ERROR, file\nadditivity.CATEGORY=false\n"
-         "appender.file=FileAppender\nappender.file.fileName=/nowhere/at/all.log\n"},
+         "appender.file=FileAppender\nappender.file.fileName=/nowhere/at/"
+         "all.log\nappender.file.layout=BasicLayout\n"},
         {"half a set-up left standing",
          "rootCategory=ERROR, good, bad\nappender.good=FileAppender\n"
          "appender.good.fileName=/tmp/si5351_log_test.log\nappender.bad=Nothing\n"},
@@ -86,4 +91,53 @@ TEST(Log, TheBoardsFileIsOfBoundedSize)
     }
     EXPECT_NE(stat((log + ".3").c_str(), &status), 0);
     (void)remove(path.c_str());
+}
+
+static void fill(const std::string &file)
+{
+    std::ofstream filler(file);
+    while (filler.write(std::string(4096, 'x').c_str(), 4096).flush())
+        continue;
+}
+
+TEST(Log, WritesAgainOnceItsDiskHasRoom)
+{
+    static const struct {
+        const char *kind;
+        const char *text; // null: to standard error
+    } cases[] = {
+        {"standard error", nullptr},
+        {"file", "rootCategory=INFO, file\nappender.file=FileAppender\n"},
+        {"rolling file", "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
+                         "appender.file.maxFileSize=20000\nappender.file.maxBackupIndex=1\n"},
+    };
+    if (unshare(CLONE_NEWNS) != 0) GTEST_SKIP() << "the kernel refuses a mount namespace";
+    const int standard_error = dup(STDERR_FILENO);
+    for (const auto &c : cases) {
+        ASSERT_EQ(mount("tmpfs", "/mnt", "tmpfs", 0, "size=64k"), 0) << c.kind;
+        const std::string log = "/mnt/log";
+        std::ofstream file(path);
+        if (c.text != nullptr)
+            file << c.text << "appender.file.layout=BasicLayout\nappender.file.fileName=" << log;
+        file.close();
+        const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        dup2(fd, STDERR_FILENO);
+        log4cpp::Category::getRoot().removeAllAppenders();
+        EXPECT_EQ(configure_logging(path.c_str()), c.text == nullptr ? -1 : 0)
+            << c.kind << read_file(log);
+
+        fill("/mnt/filler");
+        for (int line = 0; line < 100; line++)
+            log_line(log4cpp::Priority::INFO, "here", 7, "%s", std::string(1000, 'x').c_str());
+        EXPECT_EQ(unlink("/mnt/filler"), 0) << c.kind;
+        log_line(log4cpp::Priority::INFO, "here", 7, "room again");
+        EXPECT_NE(read_file(log).find("room again --[here:7]\n"), std::string::npos) << c.kind;
+
+        dup2(standard_error, STDERR_FILENO);
+        close(fd);
+        log4cpp::Category::getRoot().removeAllAppenders();
+        EXPECT_EQ(umount2("/mnt", MNT_DETACH), 0);
+        (void)remove(path.c_str());
+    }
+    close(standard_error);
 }
