@@ -10,11 +10,14 @@
 #include <iterator>
 #include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "service/protocol.h"
+
+static constexpr const char *CHIP_FILE = "/tmp/si5351_sim.regs";
 
 SERVICE_PROCESS_T start_service(const std::string &program, const std::string &folder,
                                 const std::vector<std::string> &arguments)
@@ -57,7 +60,7 @@ std::string read_output(const SERVICE_PROCESS_T &service)
     return read_file(service.output);
 }
 
-static int count_text(const std::string &all, const std::string &text)
+int count_text(const std::string &all, const std::string &text)
 {
     int times = 0;
     for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at += text.size())
@@ -157,9 +160,19 @@ long count_drops()
     return std::stol(sockets.substr(sockets.rfind(' ', last)));
 }
 
-static std::string chip_registers()
+SIM_FILE_T *map_chip_file()
 {
-    const std::string image = read_file("/tmp/si5351_sim.regs");
+    const int fd = open(CHIP_FILE, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    void *memory = MAP_FAILED;
+    if (ftruncate(fd, sizeof(SIM_FILE_T)) == 0)
+        memory = mmap(nullptr, sizeof(SIM_FILE_T), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+    close(fd);
+    return memory == MAP_FAILED ? nullptr : static_cast<SIM_FILE_T *>(memory);
+}
+
+std::string chip_registers()
+{
+    const std::string image = read_file(CHIP_FILE);
     std::string text;
     for (size_t reg = 42; reg < 66 && reg < image.size(); reg++) {
         char byte[8];

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 #include <vector>
 
+#include "sim/i2c_bus_sim.h"
 #include "tests/engine_model.h"
 
 struct SERVICE_PROCESS_T {
@@ -24,6 +25,9 @@ void stop_service(const SERVICE_PROCESS_T &service);
 
 /* All it has printed and logged. */
 std::string read_output(const SERVICE_PROCESS_T &service);
+
+/* How often a text is in another. */
+int count_text(const std::string &all, const std::string &text);
 
 /* Waits until a text has appeared so many times, at most 20 s; fails the test when it does not. */
 void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int times = 1);
@@ -53,6 +57,12 @@ long count_drops();
 
 /* A whole file as text; empty when there is none. */
 std::string read_file(const std::string &path);
+
+/* The simulated chip and its switches for faults, shared with the service; null on failure. */
+SIM_FILE_T *map_chip_file();
+
+/* The 24 registers of its output dividers, as "FF FF 10". */
+std::string chip_registers();
 
 /* CPU time that a process has used, in ticks of 10 ms. */
 long cpu_ticks(pid_t pid);

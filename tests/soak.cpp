@@ -12,13 +12,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
-#include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
 #include <mutex>
 #include <netinet/in.h>
 #include <random>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
@@ -35,7 +33,6 @@ static constexpr long GROWTH_LIMIT_KIB = 256; // pages that the heap first touch
 static constexpr int ROUND_COMMANDS = 5000; // of each client
 static constexpr int BURST_LIMIT = 40;      // three of these fit the socket's buffer
 static constexpr int WARM_ROUNDS = 2;       // a healthy one and one with faults
-static constexpr const char *REGISTERS = "/tmp/si5351_sim.regs";
 static constexpr const char *STATUS = "/tmp/genlock.json";
 static constexpr const char *TEXT_DUMP = "/tmp/si5351.txt";
 static const int32_t rates[] = {44100, 48000, 88200, 96000, 176400, 192000};
@@ -318,14 +315,6 @@ static RESOURCES_T measure(pid_t pid)
             std::distance(begin(descriptors), end(descriptors))};
 }
 
-static SIM_FILE_T *map_chip()
-{
-    const int fd = open(REGISTERS, O_RDWR | O_CLOEXEC);
-    void *memory = mmap(nullptr, sizeof(SIM_FILE_T), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
-    close(fd);
-    return memory == MAP_FAILED ? nullptr : static_cast<SIM_FILE_T *>(memory);
-}
-
 TEST(Soak, AgreesWithTheCalculationAllTheWay)
 {
     const char *wanted = getenv("SOAK_COMMANDS");
@@ -333,7 +322,7 @@ TEST(Soak, AgreesWithTheCalculationAllTheWay)
     const SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM);
     await_output(process, "CLK2 runs at 6144028.14 Hz");
     await_port();
-    chip = map_chip();
+    chip = map_chip_file();
     ASSERT_NE(chip, nullptr);
     const std::string low_registers = registers_text(0, 42);
     const std::string high_registers = registers_text(66, 190);
