@@ -19,6 +19,6 @@ for name in "$@"; do
     tests/in_sandbox.sh "build/fuzz/bin/${name}_fuzz" -max_total_time="$seconds" -timeout=10 \
         -max_len=4096 -rss_limit_mb=1024 -print_final_stats=1 \
         -artifact_prefix="build/fuzz/found/$name." "$corpus" "fuzz/seeds/$name" >"$log" 2>&1 ||
-        { tail -n 40 "$log" >&2; exit 1; }
+        { tail -n 100 "$log" >&2; exit 1; }
     grep -E 'DONE|number_of_executed_units|peak_rss' "$log"
 done
