@@ -18,7 +18,7 @@ static const VX_WAN_SOURCES_T given_sources = stWanSources;
 /* Up to size bytes from the front of what is left of the input. */
 static std::string take(std::string *rest, size_t size)
 {
-    const std::string taken = rest->substr(0, size);
+    std::string taken = rest->substr(0, size);
     rest->erase(0, taken.size());
     return taken;
 }

@@ -13,8 +13,8 @@
 
 using LINES = std::vector<std::string>;
 
-static constexpr SIM_FAULTS_T ABSENT = {true, false, 0, 0};
-static constexpr SIM_FAULTS_T SILENT = {false, true, 0, 0};
+static constexpr SIM_FAULTS_T ABSENT = {1, 0, 0, 0};
+static constexpr SIM_FAULTS_T SILENT = {0, 1, 0, 0};
 
 static const std::string no_bus = "ERROR Unable to open i2c control file:/dev/i2c-1";
 static const std::string no_transfer = "ERROR Unable to send data";
@@ -169,7 +169,7 @@ TEST(BringUp, OneRefusedRegisterLeavesTheOthers)
 {
     reset_engine();
     set_channel_2_to_44100();
-    sim_set_faults({false, false, 72, 0}); // the first of the PLL
+    sim_set_faults({0, 0, 72, 0}); // the first of the PLL
     EXPECT_EQ(vx_si5351_start(), 0);
     EXPECT_EQ(take_log(), (LINES{no_transfer, no_write}));
     EXPECT_EQ(take_writes(), expand_runs());

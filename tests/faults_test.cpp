@@ -12,17 +12,17 @@
 static const struct {
     const char *name;
     SIM_FAULTS_T faults;
-    bool from_start;
     int not_opened, not_sent; // lines in the log
-    bool right;               // the commands reach the chip all the same
+    bool from_start;
+    bool right; // the commands reach the chip all the same
 } bus_faults[] = {
-    {"device absent, appears later", {1, 0, 0, 0}, true, 120, 119, false},
-    {"device vanishes", {1, 1, 0, 0}, false, 0, 16, false},
-    {"no acknowledge from the start", {0, 1, 0, 0}, true, 0, 119, false},
-    {"no acknowledge", {0, 1, 0, 0}, false, 0, 16, false},
-    {"no acknowledge for the 7th write", {0, 0, 7, 0}, false, 0, 1, false},
-    {"no acknowledge for each third write", {0, 0, 0, 0, 3}, false, 0, 5, false},
-    {"slow bus", {0, 0, 0, 20000}, false, 0, 0, true},
+    {"device absent, appears later", {1, 0, 0, 0}, 120, 119, true, false},
+    {"device vanishes", {1, 1, 0, 0}, 0, 16, false, false},
+    {"no acknowledge from the start", {0, 1, 0, 0}, 0, 119, true, false},
+    {"no acknowledge", {0, 1, 0, 0}, 0, 16, false, false},
+    {"no acknowledge for the 7th write", {0, 0, 7, 0}, 0, 1, false, false},
+    {"no acknowledge for each third write", {0, 0, 0, 0, 3}, 0, 5, false, false},
+    {"slow bus", {0, 0, 0, 20000}, 0, 0, false, true},
 };
 
 TEST(BusFaults, RecordsStayRightAndTheNextSettingReachesTheChip)
@@ -74,7 +74,7 @@ static SERVICE_PROCESS_T start_with_refused_thread(const char *number)
     setenv("REFUSED_THREAD", number, 1);
     setenv("LD_PRELOAD", REFUSE_THREAD, 1);
     setenv("ASAN_OPTIONS", "verify_asan_link_order=0", 1); // the library comes before its runtime
-    const SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM);
+    SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM);
     for (const char *name : {"REFUSED_THREAD", "LD_PRELOAD", "ASAN_OPTIONS"})
         unsetenv(name);
     return process;

@@ -210,7 +210,7 @@ TEST(FixedTable, WhatIsRefusedAndWhatItLeaves)
 TEST(FixedTable, AFailedRegisterPausesAndLeavesTheOthers)
 {
     start_chip();
-    sim_set_faults({false, false, 3, 0});
+    sim_set_faults({0, 0, 3, 0});
     EXPECT_EQ(vx_si5351_set(1, 48000), 1);
     EXPECT_EQ(take_log(),
               (LINES{"ERROR Unable to send data", "ERROR I2c_Write Failed at addr=[0x60]\n"}));
@@ -222,7 +222,7 @@ TEST(FixedTable, BringUpClearsTheRecord)
 {
     reset_engine();
     ch_param = earlier_param;
-    sim_set_faults({true, false, 0, 0});
+    sim_set_faults({1, 0, 0, 0});
     EXPECT_EQ(vx_si5351_init(), 1);
     EXPECT_EQ(to_text(ch_param), "0 0 0 0");
 }

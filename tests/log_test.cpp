@@ -36,12 +36,12 @@ TEST(Log, AFileThatCannotBeUsedSendsTheLogToStandardError)
         {"garbage taken", "\x01\x02\xFF=\n==\n"},
         {"a priority of no name taken", "rootCategory=LOUD, file\n"},
         {"lines lost without a word",
-         "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
-         "appender.file.fileName=/nowhere/at/all.log\nappender.file.layout=BasicLayout\n"},
+         "rootCategory=INFO, lost\nappender.lost=RollingFileAppender\n"
+         "appender.lost.layout=BasicLayout\nappender.lost.fileName=/nowhere/at/all.log\n"},
         {"our own category left silent",
-         "rootCategory=INFO\ncategory.CATEGORY=ERROR, file\nadditivity.CATEGORY=false\n"
-         "appender.file=FileAppender\nappender.file.fileName=/nowhere/at/"
-         "all.log\nappender.file.layout=BasicLayout\n"},
+         "rootCategory=INFO\ncategory.CATEGORY=ERROR, own\nadditivity.CATEGORY=false\n"
+         "appender.own=FileAppender\nappender.own.layout=BasicLayout\n"
+         "appender.own.fileName=/nowhere/at/all.log\n"},
         {"half a set-up left standing",
          "rootCategory=ERROR, good, bad\nappender.good=FileAppender\n"
          "appender.good.fileName=/tmp/si5351_log_test.log\nappender.bad=Nothing\n"},
@@ -107,9 +107,11 @@ TEST(Log, WritesAgainOnceItsDiskHasRoom)
         const char *text; // null: to standard error
     } cases[] = {
         {"standard error", nullptr},
-        {"file", "rootCategory=INFO, file\nappender.file=FileAppender\n"},
-        {"rolling file", "rootCategory=INFO, file\nappender.file=RollingFileAppender\n"
-                         "appender.file.maxFileSize=20000\nappender.file.maxBackupIndex=1\n"},
+        {"file", "rootCategory=INFO, plain\nappender.plain=FileAppender\n"
+                 "appender.plain.layout=BasicLayout\nappender.plain.fileName=/mnt/log\n"},
+        {"rolling file", "rootCategory=INFO, rolling\nappender.rolling=RollingFileAppender\n"
+                         "appender.rolling.layout=BasicLayout\nappender.rolling.fileName=/mnt/log\n"
+                         "appender.rolling.maxFileSize=20000\nappender.rolling.maxBackupIndex=1\n"},
     };
     if (unshare(CLONE_NEWNS) != 0) GTEST_SKIP() << "the kernel refuses a mount namespace";
     const int standard_error = dup(STDERR_FILENO);
@@ -117,8 +119,7 @@ TEST(Log, WritesAgainOnceItsDiskHasRoom)
         ASSERT_EQ(mount("tmpfs", "/mnt", "tmpfs", 0, "size=64k"), 0) << c.kind;
         const std::string log = "/mnt/log";
         std::ofstream file(path);
-        if (c.text != nullptr)
-            file << c.text << "appender.file.layout=BasicLayout\nappender.file.fileName=" << log;
+        if (c.text != nullptr) file << c.text;
         file.close();
         const int fd = open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
         dup2(fd, STDERR_FILENO);

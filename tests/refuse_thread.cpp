@@ -10,6 +10,7 @@ using CREATE_T = int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *),
 
 static std::atomic<long> threads; // asked for so far
 
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc's are reserved
 extern "C" int pthread_create(pthread_t *thread, const pthread_attr_t *attributes,
                               void *(*body)(void *), void *argument)
 {

@@ -212,18 +212,18 @@ TEST(sim_model, FaultsAndRecording)
     start_chip();
     EXPECT_EQ(send({100, 1}), 1); // before recording: not in the list
     sim_set_recording(true);
-    sim_set_faults({false, false, 2, 0});
+    sim_set_faults({0, 0, 2, 0});
     for (const int result : {1, -1, 1})
         EXPECT_EQ(send({100, 2}), result);
-    sim_set_faults({false, true, 0, 0});
+    sim_set_faults({0, 1, 0, 0});
     EXPECT_EQ(send({100, 3}), -1);
     EXPECT_EQ(sim_read_register(100), 2);
-    sim_set_faults({true, false, 0, 0});
+    sim_set_faults({1, 0, 0, 0});
     EXPECT_EQ(i2c_bus_open("/dev/i2c-1"), -1);
     EXPECT_EQ(errno, ENOENT);
     EXPECT_EQ(send({101}), 1);
     sim_set_recording(false);
-    sim_set_faults({false, false, 0, 0, 3});
+    sim_set_faults({0, 0, 0, 0, 3});
     for (const int result : {1, 1, -1, 1, 1, -1})
         EXPECT_EQ(send({101, 4}), result);
     sim_set_faults({});
@@ -241,7 +241,7 @@ TEST(sim_model, FaultsAndRecording)
     EXPECT_EQ(list[4].len, 1);
     EXPECT_TRUE(sim_take_transactions().empty());
 
-    sim_set_faults({true, true, 1, 0});
+    sim_set_faults({1, 1, 1, 0});
     sim_reset();
     EXPECT_EQ(send({100, 5}), 1) << "fault left over";
 }
@@ -250,7 +250,7 @@ TEST(sim_model, OneTransferOnTheBusAtATime)
 {
     start_chip();
     static constexpr int TRANSFERS = 10;
-    sim_set_faults({false, false, 0, 2000});
+    sim_set_faults({0, 0, 0, 2000});
     sim_set_recording(true);
     const auto start = std::chrono::steady_clock::now();
     const auto write_register = [](uint8_t reg) {
