@@ -16,13 +16,13 @@
 
 using LINES = std::vector<std::string>;
 
-/* Register writes as "42:FF" and pauses as "100 us", in their order. */
-static LINES events;
+/* Register writes as "42:FF" and pauses as "100 us", each followed by a space, in their order. */
+static std::string events;
 
 static void collect_writes()
 {
     for (const std::string &write : take_writes())
-        events.push_back(write);
+        events += write + " ";
 }
 
 /* Stands before the C library's function of the same name. */
@@ -30,34 +30,31 @@ static void collect_writes()
 extern "C" int usleep(useconds_t us)
 {
     collect_writes();
-    events.push_back(std::to_string(us) + " us");
+    events += std::to_string(us) + " us ";
     return 0;
 }
 
-static LINES take_events()
+static std::string take_events()
 {
     collect_writes();
-    return std::exchange(events, {});
+    return std::exchange(events, "");
 }
 
 /* A block written from a first register on, as take_events gives it. */
-static LINES expand_block(int reg, const std::string &bytes)
+static std::string expand_block(int reg, const std::string &bytes)
 {
-    LINES expected;
+    std::string expected;
     std::istringstream words(bytes);
     for (std::string byte; words >> byte; reg++)
-        expected.insert(expected.end(), {std::to_string(reg) + ":" + byte, "100 us"});
+        expected += std::to_string(reg) + ":" + byte + " 100 us ";
     return expected;
-}
-
-static std::string to_text(const DIVIDER_T &d)
-{
-    return std::to_string(d.p1) + " " + std::to_string(d.p2) + " " + std::to_string(d.p3);
 }
 
 static std::string to_text(const CH_PARAM_T &param)
 {
-    return std::to_string(param.div) + " " + to_text(param.divider);
+    const auto &[p1, p2, p3] = param.divider;
+    return std::to_string(param.div) + " " + std::to_string(p1) + " " + std::to_string(p2) + " " +
+           std::to_string(p3);
 }
 
 /* 900 MHz over the multisynth output as a + b/c in lowest terms, and P1 to P3 of that. */
@@ -65,38 +62,27 @@ static DIVIDER_T derive_divider(int msp_hz)
 {
     const auto hz = static_cast<uint32_t>(msp_hz);
     const uint32_t divisor = std::gcd(900000000U, hz);
-    const uint32_t a = 900000000U / hz;
     const uint32_t b = 900000000U % hz / divisor;
     const uint32_t c = hz / divisor;
-    return {128 * a + 128 * b / c - 512, 128 * b % c, c};
+    return {900000000U / hz * 128 + 128 * b / c - 512, 128 * b % c, c};
 }
+
+static constexpr CH_PARAM_T earlier_param = {15, {4590, 1942, 22579}};
 
 static void start_chip()
 {
     reset_engine();
+    ch_param = earlier_param;
     vx_si5351_init();
     (void)take_events();
 }
 
-TEST(FixedTable, RowsFollowFromTheRule)
-{
-    static const int offsets_hz[MSP_ROW_COUNT] = {300,  600,  900,  1200, 1500, 1800, 2100, 2400,
-                                                  3000, 3600, 4200, 4800, 6000, 7200, 8400, 9600};
-    for (uint32_t row = 0; row < MSP_ROW_COUNT; row++) {
-        const auto &inc = mclk_msp_22579000_inc[row];
-        const auto &dec = mclk_msp_22579000_dec[row];
-        EXPECT_TRUE(inc.row == row && dec.row == row) << row;
-        EXPECT_EQ(to_text(inc.divider), to_text(derive_divider(22579000 + offsets_hz[row])));
-        EXPECT_EQ(to_text(dec.divider), to_text(derive_divider(22579000 - offsets_hz[row])));
-    }
-}
-
-static const struct {
-    int rate, output_hz, div;
-} rate_cases[] = {
+// clang-format off
+static const struct { int rate, output_hz, div; } rate_cases[] = {
     {44100, 5644750, 2},  {48000, 6144000, 2},   {88200, 11289500, 1},
     {96000, 12288000, 1}, {176400, 22579000, 0}, {192000, 24576000, 0},
 };
+// clang-format on
 
 /* After a call: the set in use is the exact one for hz, only the channel's block was written, and
  * its output runs at hz. */
@@ -127,104 +113,66 @@ TEST(FixedTable, EveryOutputIsExactToTheHertz)
         }
     }
     EXPECT_EQ(take_log(), LINES{});
+    for (uint32_t row = 0; row < MSP_ROW_COUNT; row++)
+        EXPECT_TRUE(mclk_msp_22579000_inc[row].row == row && mclk_msp_22579000_dec[row].row == row);
 }
 
-/* One signature for the table below. */
-static int set(int ch, int rate, int /*key*/)
-{
-    return vx_si5351_set(ch, rate);
-}
-
-static int inc_44100x(int /*ch*/, int rate, int key)
-{
-    return vx_si5351_param_44100x_inc_set(key, rate);
-}
-
-static int dec_44100x(int /*ch*/, int rate, int key)
-{
-    return vx_si5351_param_44100x_dec_set(key, rate);
-}
-
-static int send(int ch, int /*rate*/, int /*key*/)
-{
-    si5351_channel_param_set(ch);
-    return 0;
-}
-
+static constexpr auto set = vx_si5351_set;
 static constexpr auto inc = vx_si5351_param_inc_set;
 static constexpr auto dec = vx_si5351_param_dec_set;
+static constexpr auto inc44 = vx_si5351_param_44100x_inc_set;
+static constexpr auto dec44 = vx_si5351_param_44100x_dec_set;
 
-static constexpr CH_PARAM_T earlier_param = {15, {4590, 1942, 22579}};
-
+// clang-format off
 /* What a call leaves in ch_param, and the third register of MS0 if it writes the earlier P1 to P3
  * to the chip; all other calls write nothing. */
 static const struct {
-    const char *fault;
-    int (*call)(int ch, int rate, int key);
-    int ch, rate, key, result;
-    const char *param, *third;
+    const char *fault; int (*call)(); int result; const char *param; std::string third;
 } refusal_cases[] = {
-    {"unsupported rate stored", set, 2, 44000, 0, 0, "15 4590 1942 22579", ""},
-    {"unsupported rate written", set, 1, -44100, 0, 0, "15 4590 1942 22579", ""},
-    {"channel 5 refused", set, 5, 96000, 0, 1, "1 4175 128 256", ""},
-    {"channel 0 written", set, 0, 88200, 0, 1, "1 4590 1942 22579", ""},
-    {"channel 4 written", inc, 4, 48000, 300, 1, "2 4175 1851 6827", ""},
-    {"channel -1 written", dec, -1, 44100, 300, 1, "2 4590 40322 112889", ""},
-    {"refused key not written", inc, 1, 96000, 100, 0, "1 4590 1942 22579", "10"},
-    {"refused key drops code", dec, 1, 44100, 2399, 0, "2 4590 1942 22579", "20"},
-    {"row's offset taken as key", inc, 1, 176400, 3000, 0, "0 4590 1942 22579", "00"},
-    {"key scaled, then checked", dec, 1, 44100, 75, 0, "2 4590 1942 22579", "20"},
-    {"key 0 taken for nominal", inc, 1, 192000, 0, 0, "0 4590 1942 22579", "00"},
-    {"negative key turns round", inc, 1, 192000, -300, 0, "0 4590 1942 22579", "00"},
-    {"keys end late", dec, 1, 48000, 2700, 0, "2 4590 1942 22579", "20"},
-    {"refused rate not written", dec, 1, 32000, 300, 0, "15 4590 1942 22579", "70"},
-    {"refused rate anywhere", inc, 4, 32000, 300, 0, "15 4590 1942 22579", ""},
-    {"raise writes, or sets code", inc_44100x, 1, 44100, 300, 1, "15 4589 91999 112901", ""},
-    {"lower writes, or sets code", dec_44100x, 1, 176400, 2400, 1, "15 4590 70934 112883", ""},
-    {"other family taken", inc_44100x, 1, 48000, 300, 0, "15 4590 1942 22579", ""},
-    {"other rate taken", dec_44100x, 1, 22050, 300, 0, "15 4590 1942 22579", ""},
-    {"other key taken", inc_44100x, 1, 176400, 9600, 0, "15 4590 1942 22579", ""},
-    {"code not cut to 3 bits", send, 1, 0, 0, 0, "15 4590 1942 22579", "70"},
-    {"channel not checked", send, 0, 0, 0, 0, "15 4590 1942 22579", ""},
+    {"unsupported rate written", [] { return set(1, -44100); }, 0, "15 4590 1942 22579", ""},
+    {"channel 5 refused",        [] { return set(5, 96000); }, 1, "1 4175 128 256", ""},
+    {"channel 0 written",        [] { return set(0, 88200); }, 1, "1 4590 1942 22579", ""},
+    {"channel 4 written",        [] { return inc(4, 48000, 300); }, 1, "2 4175 1851 6827", ""},
+    {"channel -1 written",       [] { return dec(-1, 44100, 300); }, 1, "2 4590 40322 112889", ""},
+    {"refused key not written",  [] { return inc(1, 96000, 100); }, 0, "1 4590 1942 22579", "10"},
+    {"refused key drops code",   [] { return dec(1, 44100, 2399); }, 0, "2 4590 1942 22579", "20"},
+    {"row's offset for a key",   [] { return inc(1, 176400, 3000); }, 0, "0 4590 1942 22579", "00"},
+    {"key scaled, then checked", [] { return dec(1, 44100, 75); }, 0, "2 4590 1942 22579", "20"},
+    {"key 0 taken for nominal",  [] { return inc(1, 192000, 0); }, 0, "0 4590 1942 22579", "00"},
+    {"negative key is turned",   [] { return inc(1, 192000, -300); }, 0, "0 4590 1942 22579", "00"},
+    {"refused rate not written", [] { return dec(1, 32000, 300); }, 0, "15 4590 1942 22579", "70"},
+    {"raise writes, sets code",  [] { return inc44(300, 44100); }, 1, "15 4589 91999 112901", ""},
+    {"lower writes, sets code",  [] { return dec44(2400, 176400); }, 1, "15 4590 70934 112883", ""},
+    {"other family taken",       [] { return inc44(300, 48000); }, 0, "15 4590 1942 22579", ""},
+    {"other key taken",          [] { return inc44(9600, 176400); }, 0, "15 4590 1942 22579", ""},
 };
+// clang-format on
 
 TEST(FixedTable, WhatIsRefusedAndWhatItLeaves)
 {
     start_chip();
+    testing::internal::CaptureStdout();
     for (const auto &c : refusal_cases) {
-        SCOPED_TRACE(c.fault);
         ch_param = earlier_param;
-        testing::internal::CaptureStdout();
-        EXPECT_EQ(c.call(c.ch, c.rate, c.key), c.result);
-        const bool reports = c.call == set && c.result == 0;
-        EXPECT_EQ(testing::internal::GetCapturedStdout(),
-                  reports ? "rate:" + std::to_string(c.rate) + " error\n" : "");
-        EXPECT_EQ(to_text(ch_param), c.param);
-        const std::string third = c.third;
-        EXPECT_EQ(take_events(),
-                  third.empty() ? LINES{} : expand_block(42, "58 33 " + third + " 11 EE 00 07 96"));
+        EXPECT_EQ(c.call(), c.result) << c.fault;
+        EXPECT_EQ(to_text(ch_param), c.param) << c.fault;
+        const std::string block = expand_block(42, "58 33 " + c.third + " 11 EE 00 07 96");
+        EXPECT_EQ(take_events(), c.third.empty() ? "" : block) << c.fault;
     }
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "rate:-44100 error\n");
     EXPECT_EQ(take_log(), LINES{});
 }
 
 TEST(FixedTable, AFailedRegisterPausesAndLeavesTheOthers)
 {
     start_chip();
+    EXPECT_EQ(to_text(ch_param), "0 0 0 0") << "bring-up leaves the record";
     sim_set_faults({0, 0, 3, 0});
     EXPECT_EQ(vx_si5351_set(1, 48000), 1);
-    EXPECT_EQ(take_log(),
-              (LINES{"ERROR Unable to send data", "ERROR I2c_Write Failed at addr=[0x60]\n"}));
+    const LINES failed = {"ERROR Unable to send data", "ERROR I2c_Write Failed at addr=[0x60]\n"};
+    EXPECT_EQ(take_log(), failed);
     EXPECT_EQ(take_events(), expand_block(42, "01 00 20 10 4F 00 00 80"));
     EXPECT_EQ(read_registers(42, 8), "01 00 10 10 4F 00 00 80") << "the third as bring-up left it";
-}
-
-TEST(FixedTable, BringUpClearsTheRecord)
-{
-    reset_engine();
-    ch_param = earlier_param;
-    sim_set_faults({1, 0, 0, 0});
-    EXPECT_EQ(vx_si5351_init(), 1);
-    EXPECT_EQ(to_text(ch_param), "0 0 0 0");
 }
 
 TEST(FixedTable, TheOlderResetPutsRecordAndOutputBack)
@@ -249,6 +197,6 @@ TEST(FixedTable, TheOlderResetPutsRecordAndOutputBack)
         EXPECT_EQ(vx_si5351_reset_chn(ch), 0);
     EXPECT_EQ(stSi5351Conf[0].rate, 32000);
     EXPECT_EQ(to_text(ch_param), "2 4590 1942 22579");
-    EXPECT_EQ(take_events(), LINES{});
+    EXPECT_EQ(take_events(), "");
     EXPECT_EQ(take_log(), LINES{});
 }

@@ -13,24 +13,20 @@
 #include "net/vx_net_api.h"
 
 SEEN_T seen;
-std::function<void()> on_pause;
 std::function<void(bool reading)> on_wait;
 const std::string no_host(70, 'a');
 static std::deque<int> script;
+static long open_before; // descriptors at the start of the case
 
 void script_calls(const std::vector<int> &outcomes)
 {
+    EXPECT_EQ(script.size(), 0U) << "scripted calls were not made";
     script.assign(outcomes.begin(), outcomes.end());
     seen = {};
 }
 
-int scripted_calls_left()
-{
-    return static_cast<int>(script.size());
-}
-
 /* The next outcome of the script: true when it stands for the call, with the result in *result. */
-static bool play_script(ssize_t *result, size_t *size = nullptr)
+static bool play_script(ssize_t *result, size_t *size)
 {
     if (script.empty()) return false;
     const int outcome = script.front();
@@ -50,9 +46,7 @@ template <typename FUNCTION> static FUNCTION *real(FUNCTION * /*stand_in*/, cons
 // NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" int usleep(useconds_t us)
 {
-    seen.pauses++;
     seen.paused_us += us;
-    if (on_pause) on_pause();
     return 0;
 }
 
@@ -62,23 +56,39 @@ extern "C" unsigned sleep(unsigned seconds)
     return 0;
 }
 
-#define STAND_IN(name, parameters, arguments)                                        \
-    extern "C" int name parameters                                                   \
+// clang-format off
+#define STAND_IN(type, name, parameters, arguments, size)                            \
+    extern "C" type name parameters                                                  \
     {                                                                                \
         ssize_t result;                                                              \
-        if (play_script(&result)) return static_cast<int>(result);                   \
+        if (play_script(&result, size)) return static_cast<type>(result);            \
         return real(name, #name) arguments; /* NOLINT(bugprone-macro-parentheses) */ \
     }
-STAND_IN(socket, (int family, int type, int protocol), (family, type, protocol))
-STAND_IN(listen, (int fd, int backlog), (fd, backlog))
-STAND_IN(accept, (int fd, sockaddr *peer, socklen_t *len), (fd, peer, len))
+STAND_IN(int, socket, (int family, int type, int protocol), (family, type, protocol), nullptr)
+STAND_IN(int, listen, (int fd, int backlog), (fd, backlog), nullptr)
+STAND_IN(int, accept, (int fd, sockaddr *peer, socklen_t *len), (fd, peer, len), nullptr)
+STAND_IN(ssize_t, sendto, (int fd, const void *data, size_t len, int flags, const sockaddr *to,
+         socklen_t to_len), (fd, data, len, flags, to, to_len), &len)
+STAND_IN(ssize_t, recvfrom, (int fd, void *buf, size_t size, int flags, sockaddr *from,
+         socklen_t *from_len), (fd, buf, size, flags, from, from_len), &size)
+// clang-format on
+
+extern "C" ssize_t send(int fd, const void *data, size_t len, int flags)
+{
+    return sendto(fd, data, len, flags, nullptr, 0);
+}
+
+extern "C" ssize_t recv(int fd, void *buf, size_t size, int flags)
+{
+    return recvfrom(fd, buf, size, flags, nullptr, nullptr);
+}
 
 /* A connect that fails by script goes on all the same, as one does that a signal interrupts. */
 extern "C" int connect(int fd, const sockaddr *to, socklen_t len)
 {
     ssize_t result = real(connect, "connect")(fd, to, len);
     const int error = errno;
-    if (!play_script(&result)) errno = error;
+    if (!play_script(&result, nullptr)) errno = error;
     return static_cast<int>(result);
 }
 
@@ -87,48 +97,17 @@ extern "C" int select(int count, fd_set *readable, fd_set *writable, fd_set *oth
     seen.waits.push_back(limit != nullptr ? limit->tv_sec * 1000000 + limit->tv_usec : -1);
     if (on_wait) on_wait(readable != nullptr);
     ssize_t result;
-    if (!play_script(&result))
+    if (!play_script(&result, nullptr))
         return real(select, "select")(count, readable, writable, other, limit);
     const long half_us = seen.waits.back() / 2;
     if (limit != nullptr) *limit = {half_us / 1000000, half_us % 1000000};
     return static_cast<int>(result);
 }
-
-extern "C" ssize_t sendto(int fd, const void *data, size_t len, int flags, const sockaddr *to,
-                          socklen_t to_len)
-{
-    ssize_t result;
-    seen.sent.push_back(len);
-    if (play_script(&result, &len)) return result;
-    return real(sendto, "sendto")(fd, data, len, flags, to, to_len);
-}
-
-extern "C" ssize_t send(int fd, const void *data, size_t len, int flags)
-{
-    return sendto(fd, data, len, flags, nullptr, 0);
-}
-
-extern "C" ssize_t recvfrom(int fd, void *buf, size_t size, int flags, sockaddr *from,
-                            socklen_t *from_len)
-{
-    ssize_t result;
-    if (play_script(&result, &size)) return result;
-    return real(recvfrom, "recvfrom")(fd, buf, size, flags, from, from_len);
-}
-
-extern "C" ssize_t recv(int fd, void *buf, size_t size, int flags)
-{
-    return recvfrom(fd, buf, size, flags, nullptr, nullptr);
-}
 // NOLINTEND(readability-inconsistent-declaration-parameter-name)
 
 sockaddr_in loopback(int port)
 {
-    sockaddr_in addr = {};
-    addr.sin_family = AF_INET;
-    addr.sin_port = htons(static_cast<uint16_t>(port));
-    addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    return addr;
+    return {AF_INET, htons(static_cast<uint16_t>(port)), {htonl(INADDR_LOOPBACK)}, {}};
 }
 
 bool in_own_namespaces()
@@ -140,31 +119,24 @@ bool in_own_namespaces()
     return inside == 0 && count == 1;
 }
 
-void name_two_faces()
+static int connect_to_port_of(int peer, int fd)
 {
-    std::ofstream("/tmp/hosts") << "::1 twofaces\n127.0.0.1 twofaces\n127.0.0.1 localhost\n";
-    ASSERT_EQ(mount("/tmp/hosts", "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
-}
-
-static int connect_to_port(int fd, int port)
-{
-    const sockaddr_in to = loopback(port);
+    const sockaddr_in to = loopback(vx_get_sock_port(peer));
     return connect(fd, reinterpret_cast<const sockaddr *>(&to), sizeof(to));
 }
 
 void connect_pair(int kind, int *ours, int *peer)
 {
-    int bound = vx_create_sock(kind);
+    int bound = *peer = vx_create_sock(kind);
     *ours = vx_create_sock(kind);
-    *peer = bound;
     EXPECT_EQ(vx_bind_sock(bound, INADDR_LOOPBACK, 0), 0);
     EXPECT_EQ(kind == 1 ? listen(bound, 1) : 0, 0);
-    EXPECT_EQ(connect_to_port(*ours, vx_get_sock_port(bound)), 0);
+    EXPECT_EQ(connect_to_port_of(bound, *ours), 0);
     if (kind == 1) {
         *peer = accept(bound, nullptr, nullptr);
         vx_close_socket(&bound);
     } else {
-        EXPECT_EQ(connect_to_port(bound, vx_get_sock_port(*ours)), 0);
+        EXPECT_EQ(connect_to_port_of(*ours, bound), 0);
     }
     EXPECT_EQ(vx_set_sock_noblock(*ours) + vx_set_sock_noblock(*peer), 0);
 }
@@ -179,8 +151,7 @@ std::string received(int fd)
 {
     std::string all;
     char buf[4096];
-    ssize_t count;
-    while ((count = recv(fd, buf, sizeof(buf), 0)) > 0)
+    for (ssize_t count; (count = recv(fd, buf, sizeof(buf), 0)) > 0;)
         all.append(buf, static_cast<size_t>(count));
     return all;
 }
@@ -193,14 +164,16 @@ static long count_descriptors()
 
 void NetTest::SetUp()
 {
-    on_pause = nullptr;
     on_wait = nullptr;
     script_calls({});
     open_before = count_descriptors();
+    if (!in_own_namespaces()) return;
+    std::ofstream("/tmp/hosts") << "::1 twofaces\n127.0.0.1 twofaces\n127.0.0.1 localhost\n";
+    ASSERT_EQ(mount("/tmp/hosts", "/etc/hosts", nullptr, MS_BIND, nullptr), 0);
 }
 
 void NetTest::TearDown()
 {
     EXPECT_EQ(count_descriptors(), open_before) << "descriptors left open";
-    EXPECT_EQ(scripted_calls_left(), 0) << "fewer attempts than expected";
+    script_calls({});
 }
