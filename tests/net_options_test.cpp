@@ -1,6 +1,7 @@
 /* Socket options as the system reports them back, and groups on the loopback interface. */
 #include <arpa/inet.h>
 #include <cstdlib>
+#include <netinet/tcp.h>
 #include <sys/time.h>
 
 #include "net/vx_net_api.h"
@@ -44,6 +45,26 @@ TEST_F(NetOptions, AttributesAreSetOnlyWhenGiven)
         vx_close_socket(&fd);
     }
     EXPECT_EQ(vx_set_sock_attr(0, 0, 0, 0, 0, 0), -1);
+}
+
+TEST_F(NetOptions, SwitchesAreReadBack)
+{
+    static const struct {
+        int (*set)(int fd);
+        int kind, level, option, value;
+    } cases[] = {
+        {vx_set_sock_nodelay, 1, IPPROTO_TCP, TCP_NODELAY, 1},
+        {vx_set_sock_keepalive, 1, SOL_SOCKET, SO_KEEPALIVE, 1},
+        {vx_sock_set_linger, 1, SOL_SOCKET, SO_LINGER, 1},
+        {vx_set_sock_boardcast, 2, SOL_SOCKET, SO_BROADCAST, 1},
+        {vx_set_sock_multicast_noloop, 2, IPPROTO_IP, IP_MULTICAST_LOOP, 0},
+    };
+    for (const auto &c : cases) {
+        int fd = vx_create_sock(c.kind);
+        EXPECT_EQ(c.set(fd), 0);
+        EXPECT_EQ(read_option(fd, c.level, c.option), c.value) << c.option;
+        vx_close_socket(&fd);
+    }
 }
 
 TEST_F(NetOptions, LocalAddressInterfaceAndLinger)

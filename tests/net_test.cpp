@@ -14,6 +14,7 @@
 
 SEEN_T seen;
 std::function<void(bool reading)> on_wait;
+std::function<void()> on_pause;
 const std::string no_host(70, 'a');
 static std::deque<int> script;
 static long open_before; // descriptors at the start of the case
@@ -47,6 +48,7 @@ template <typename FUNCTION> static FUNCTION *real(FUNCTION * /*stand_in*/, cons
 extern "C" int usleep(useconds_t us)
 {
     seen.paused_us += us;
+    if (on_pause) on_pause();
     return 0;
 }
 
@@ -165,6 +167,7 @@ static long count_descriptors()
 void NetTest::SetUp()
 {
     on_wait = nullptr;
+    on_pause = nullptr;
     script_calls({});
     open_before = count_descriptors();
     if (!in_own_namespaces()) return;

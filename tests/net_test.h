@@ -29,6 +29,9 @@ extern SEEN_T seen;
 /** What a peer does at each wait (for reading or not); may be empty. */
 extern std::function<void(bool reading)> on_wait;
 
+/** What a peer does at each pause; may be empty. */
+extern std::function<void()> on_pause;
+
 /** Says what the next calls of socket, connect, listen, accept, select, send, sendto, recv and
  * recvfrom do, in order; then all pass. A failing select uses up half its time. Calls of the script
  * before that were not made fail the test. */

@@ -185,3 +185,17 @@ TEST_F(NetTransfer, SignalsNeitherEndNorRenewAWait)
     }
     close_all({&fd, &peer});
 }
+
+TEST_F(NetTransfer, APeerThatSendsByteByByte)
+{
+    connect_pair(1, &fd, &peer);
+    std::string rest = "abcde";
+    on_pause = [&] {
+        EXPECT_EQ(send(peer, rest.data(), 1, 0), 1);
+        rest.erase(0, 1);
+    };
+    EXPECT_EQ(vx_tcp_noblock_recv(fd, buf, 8, 5), 5);
+    EXPECT_EQ(std::string(buf, 5), "abcde");
+    EXPECT_EQ(seen.paused_us, 5 * 10000);
+    close_all({&fd, &peer});
+}
