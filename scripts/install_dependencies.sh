@@ -1,6 +1,6 @@
 #!/bin/sh
 # Installs the Debian packages that are missing, as root or through sudo.
-# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross] [fuzz]
+# Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross] [fuzz] [package]
 set -eu
 
 packages=
@@ -12,7 +12,8 @@ for purpose in "$@"; do
     bench) packages="$packages libbenchmark-dev binutils" ;;
     cross) packages="$packages g++-aarch64-linux-gnu qemu-user-static" ;;
     fuzz) packages="$packages clang libclang-rt-14-dev" ;;
-    *) echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz]" >&2; exit 2 ;;
+    package) packages="$packages dpkg-dev file lintian man-db systemd" ;;
+    *) echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package]" >&2; exit 2 ;;
     esac
 done
 

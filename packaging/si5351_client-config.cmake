@@ -1,0 +1,5 @@
+include(CMakeFindDependencyMacro)
+find_dependency(vx_net HINTS ${CMAKE_CURRENT_LIST_DIR}/../vx_net)
+find_dependency(PkgConfig)
+pkg_check_modules(LOG4CPP REQUIRED IMPORTED_TARGET log4cpp)
+include(${CMAKE_CURRENT_LIST_DIR}/si5351_client-targets.cmake)
