@@ -15,7 +15,8 @@ mkdir -p "$root$project"
 mount --bind "$project" "$root$project"
 architecture=$(dpkg --print-architecture)
 cp packaging/check/client.sh packaging/check/guest.sh build/packages/*_"$architecture".deb $root/root
-rm -f $root/usr/sbin/policy-rc.d # a container's word that no package may start anything
+# A container's word that no package may start anything, or bring documents.
+rm -rf $root/usr/sbin/policy-rc.d $root/etc/dpkg/dpkg.cfg.d
 
 in_root() {
     chroot $root "$@"
