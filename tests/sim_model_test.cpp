@@ -139,7 +139,7 @@ TEST(sim_model, RefusesHostileTransfersAndWraps)
     }
     i2c_rdwr_ioctl_data no_messages = {nullptr, 1};
     EXPECT_EQ(i2c_bus_transfer(bus, nullptr) + i2c_bus_transfer(bus, &no_messages), -2);
-    sim_set_faults({false, true, 0, 0});
+    sim_set_faults({0, 1, 0, 0});
     EXPECT_EQ(send("3=FF"), -1);
     EXPECT_EQ(errno, EREMOTEIO) << "silent";
     sim_reset(); // ends the fault
