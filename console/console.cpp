@@ -59,28 +59,27 @@ static void set_step(const ARGUMENTS_T &args)
     trim_step(*row) = args.second;
 }
 
-static void increase(const ARGUMENTS_T &args)
+static void drive_channel(int32_t ch, VX_SI5351CMD_E command, int (*operation)(int32_t ch))
 {
     const std::lock_guard lock(g_engine_lock);
-    LOG_INFO("ch:%d increase", args.first);
-    set_chn_stat(args.first, VX_SI5351_SET_INC);
-    vx_si5351_increase(args.first);
+    LOG_INFO("ch:%d %s", ch, get_status_si53512(command));
+    set_chn_stat(ch, command);
+    operation(ch);
+}
+
+static void increase(const ARGUMENTS_T &args)
+{
+    drive_channel(args.first, VX_SI5351_SET_INC, vx_si5351_increase);
 }
 
 static void decrease(const ARGUMENTS_T &args)
 {
-    const std::lock_guard lock(g_engine_lock);
-    LOG_INFO("ch:%d decrease", args.first);
-    set_chn_stat(args.first, VX_SI5351_SET_DEC);
-    vx_si5351_decrease(args.first);
+    drive_channel(args.first, VX_SI5351_SET_DEC, vx_si5351_decrease);
 }
 
 static void reset(const ARGUMENTS_T &args)
 {
-    const std::lock_guard lock(g_engine_lock);
-    LOG_INFO("ch:%d reset", args.first);
-    set_chn_stat(args.first, VX_SI5351_SET_RESET);
-    vx_si5351_reset_chn2(args.first);
+    drive_channel(args.first, VX_SI5351_SET_RESET, vx_si5351_reset_chn2);
 }
 
 static void init(const ARGUMENTS_T &args)

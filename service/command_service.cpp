@@ -66,25 +66,26 @@ static void act_set_param(SERVICE_T *service)
     set_chn_stat(service->ch, VX_SI5351_SET_PARAM);
 }
 
-static void act_increase(SERVICE_T *service)
+static void drive_channel(SERVICE_T *service, VX_SI5351CMD_E command, int (*operation)(int32_t ch))
 {
     const std::lock_guard lock(g_engine_lock);
-    set_chn_stat(service->ch, VX_SI5351_SET_INC);
-    if (is_enabled()) vx_si5351_increase(service->ch);
+    set_chn_stat(service->ch, command);
+    if (is_enabled()) operation(service->ch);
+}
+
+static void act_increase(SERVICE_T *service)
+{
+    drive_channel(service, VX_SI5351_SET_INC, vx_si5351_increase);
 }
 
 static void act_decrease(SERVICE_T *service)
 {
-    const std::lock_guard lock(g_engine_lock);
-    set_chn_stat(service->ch, VX_SI5351_SET_DEC);
-    if (is_enabled()) vx_si5351_decrease(service->ch);
+    drive_channel(service, VX_SI5351_SET_DEC, vx_si5351_decrease);
 }
 
 static void act_reset(SERVICE_T *service)
 {
-    const std::lock_guard lock(g_engine_lock);
-    set_chn_stat(service->ch, VX_SI5351_SET_RESET);
-    if (is_enabled()) vx_si5351_reset_chn2(service->ch);
+    drive_channel(service, VX_SI5351_SET_RESET, vx_si5351_reset_chn2);
 }
 
 static void act_report(SERVICE_T *service)
