@@ -8,7 +8,7 @@ for purpose in "$@"; do
     case $purpose in
     build) packages="$packages g++ cmake ninja-build pkg-config liblog4cpp5-dev" ;;
     test) packages="$packages libgtest-dev iproute2 util-linux python3-jsonschema" ;;
-    check) packages="$packages clang clang-format clang-tidy git" ;;
+    check) packages="$packages clang clang-format clang-tidy git shellcheck" ;;
     bench) packages="$packages libbenchmark-dev binutils" ;;
     cross) packages="$packages g++-aarch64-linux-gnu qemu-user-static" ;;
     fuzz) packages="$packages clang libclang-rt-14-dev" ;;

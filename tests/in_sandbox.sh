@@ -11,6 +11,7 @@ fi
 
 # A checkout below /tmp stays visible: it is bound into the new file system before that moves there.
 # A logging file of this machine is hidden: its log file is not ours to write to.
+# shellcheck disable=SC2016 # the inner shell expands it
 exec unshare --user --map-root-user --mount --net sh -c '
     set -e
     ip link set lo up

@@ -1,6 +1,6 @@
 #!/bin/sh
 # Builds and runs the service under three clients, a console user and a failing bus, with every result
-# checked. Usage: scripts/soak.sh [commands, default 10000000]; 20,000 commands take about a second.
+# checked. Usage: tests/soak.sh [commands, default 10000000]; 20,000 commands take about a second.
 set -eu
 cd "$(dirname "$0")/.."
 scripts/install_dependencies.sh build test

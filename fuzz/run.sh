@@ -1,5 +1,5 @@
 #!/bin/sh
-# Builds the fuzzers and runs each from its seeds. Usage: scripts/fuzz.sh [seconds, default 20] [name...]
+# Builds the fuzzers and runs each from its seeds. Usage: fuzz/run.sh [seconds, default 20] [name...]
 # What a fuzzer finds stays in build/fuzz/found as name.crash-*; what it learns, in build/fuzz/corpus.
 set -eu
 cd "$(dirname "$0")/.."

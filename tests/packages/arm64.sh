@@ -4,7 +4,7 @@
 set -eu
 cd "$(dirname "$0")/../.."
 project=$PWD
-. packaging/check/common.sh
+. tests/packages/common.sh
 
 root=$project/build/arm64_sysroot
 cover "$root" "$root"
@@ -15,7 +15,7 @@ done
 echo "-- client programs"
 PKG_CONFIG_SYSROOT_DIR=$root PKG_CONFIG_LIBDIR=$root/usr/lib/aarch64-linux-gnu/pkgconfig \
     CLIENT_ROOT=$root CXXFLAGS=-Wl,-rpath-link,$root/usr/lib/aarch64-linux-gnu \
-    sh packaging/check/client.sh arm64 /mnt/player -DCMAKE_TOOLCHAIN_FILE="$project/cmake/aarch64.cmake"
+    sh tests/packages/client.sh arm64 /mnt/player -DCMAKE_TOOLCHAIN_FILE="$project/cmake/aarch64.cmake"
 file -b /mnt/player/plugin.so "$root/usr/sbin/si5351_app" | cut -d, -f 1,2
 
 echo "-- under emulation"

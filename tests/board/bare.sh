@@ -3,7 +3,7 @@
 # at the chip's address a file of 256 registers (no clock comes out, and no register starts as the
 # chip's would). Everything is unpacked and built below build/; nothing but compilers is installed.
 set -eu
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 board=build/board
 scripts/install_dependencies.sh build cross
 scripts/make_arm64_sysroot.sh
@@ -18,7 +18,7 @@ cmake --build --preset aarch64 --target si5351_app
 root=$board/root
 rm -rf $root
 mkdir -p $root/bin $root/lib $root/modules $root/config/logconf
-cp scripts/emulated_board_init.sh $root/init
+cp tests/board/bare_init.sh $root/init
 cp build/aarch64/bin/si5351_app $board/guest/bin/busybox $root/bin
 cp $board/guest/bin/bash-static $root/bin/bash
 cp config/si5351_app.conf $root/config/logconf

@@ -4,7 +4,7 @@
 set -eu
 cd "$(dirname "$0")/../.."
 project=$PWD
-. packaging/check/common.sh
+. tests/packages/common.sh
 
 root=/mnt/root
 cover / $root
@@ -14,7 +14,7 @@ mount -t sysfs sysfs $root/sys
 mkdir -p "$root$project"
 mount --bind "$project" "$root$project"
 architecture=$(dpkg --print-architecture)
-cp packaging/check/client.sh packaging/check/guest.sh build/packages/*_"$architecture".deb $root/root
+cp tests/packages/client.sh packaging/check/guest.sh build/packages/*_"$architecture".deb $root/root
 # A container's word that no package may start anything, or bring documents.
 rm -rf $root/usr/sbin/policy-rc.d $root/etc/dpkg/dpkg.cfg.d
 
@@ -52,6 +52,7 @@ in_root cmake --install "$project/build/package_$architecture" --prefix /opt/tri
 grep -q '^ExecStart=/opt/trial/sbin/si5351_app$' $root/opt/trial/lib/systemd/system/si5351_app.service ||
     fail "the unit names another program"
 [ -f $root/opt/trial/config/logconf/si5351_app.conf ] || fail "the logging file is not in the prefix"
+# shellcheck disable=SC2016 # the inner shell expands it
 in_root sh -c 'PKG_CONFIG_PATH=$(echo /opt/trial/lib/*/pkgconfig) pkg-config --cflags si5351_client' |
     grep -q '^-I/opt/trial/' ||
     fail "the pkg-config file cannot be moved"
@@ -62,7 +63,7 @@ cgroup=$(awk '$3 == "cgroup2" { print $2; exit }' /proc/mounts)/si5351_check
 mkdir "$cgroup"
 sh -c 'echo $$ >"$0/cgroup.procs"
     exec timeout -k 5 60 unshare --mount --net --uts --ipc --cgroup --pid --fork --kill-child \
-        packaging/check/boot.sh "$1"' "$cgroup" $root >/mnt/boot.log 2>&1 || true
+        tests/packages/boot.sh "$1"' "$cgroup" $root >/mnt/boot.log 2>&1 || true
 find "$cgroup" -depth -type d -exec rmdir {} \;
 cat $root/root/guest.log || fail "systemd did not get so far: $(tail -n 20 /mnt/boot.log)"
 tail -n 1 $root/root/guest.log | grep -q '^all well$' || fail "the service under systemd"

@@ -3,7 +3,7 @@
 # system's root: lintian, installation, systemd, manual pages, a client program of one's own, the
 # arm64 packages under emulation, removal. Needs root, which the copy and its systemd take.
 set -eu
-cd "$(dirname "$0")/.."
+cd "$(dirname "$0")/../.."
 scripts/install_dependencies.sh build test cross package
 rm -rf build/packages
 scripts/build_packages.sh
@@ -16,5 +16,5 @@ as_root=
 [ "$(id -u)" -eq 0 ] || as_root=sudo
 for checks in native arm64; do
     echo "== installed packages, $checks"
-    $as_root unshare --mount --net --pid --fork --kill-child "packaging/check/$checks.sh"
+    $as_root unshare --mount --net --pid --fork --kill-child "tests/packages/$checks.sh"
 done
