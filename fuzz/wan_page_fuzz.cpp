@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "net/steps.h"
+#include "net/socket_calls.h"
 #include "net/vx_net_api.h"
 
 static const VX_WAN_SOURCES_T given_sources = stWanSources;

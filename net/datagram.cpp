@@ -10,7 +10,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "net/steps.h"
+#include "net/socket_calls.h"
 
 static constexpr int MODE_FLAG_SHIFT = 16;   // from a mode bit to the flag of a result
 static constexpr useconds_t PAUSE_US = 1000; // between two attempts

@@ -5,7 +5,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include "net/steps.h"
+#include "net/socket_calls.h"
 
 static constexpr int LOCAL_STREAM = 3; // socket kinds
 static constexpr int LOCAL_DATAGRAM = 4;

@@ -10,7 +10,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "net/steps.h"
+#include "net/socket_calls.h"
 
 static constexpr uint8_t ECHO_REQUEST = 8; // ICMP types
 static constexpr uint8_t ECHO_REPLY = 0;

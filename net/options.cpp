@@ -8,7 +8,7 @@
 #include <net/if.h>
 #include <netinet/tcp.h>
 
-#include "net/steps.h"
+#include "net/socket_calls.h"
 
 static constexpr int ON = 1;
 static_assert(sizeof(timeval) == 16 && sizeof(ifreq) == 40, "sizes the options are passed with");

@@ -9,7 +9,7 @@
 #include <netdb.h>
 #include <unistd.h>
 
-#include "net/steps.h"
+#include "net/socket_calls.h"
 
 static constexpr useconds_t SEND_PAUSE_US = 1000;
 static constexpr int SEND_PAUSES = 1000; // per call, or per piece

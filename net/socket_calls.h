@@ -1,5 +1,5 @@
-/* Steps that the library's files share: time limits, waits, paced retries, the first answer of a
- * look-up. Not part of the public interface. */
+/* Socket calls that the files of the library share: time limits, waits, paced retries, the first
+ * answer of a look-up. Not part of the public interface. */
 #pragma once
 
 #include <netinet/in.h>

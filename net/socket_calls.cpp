@@ -1,6 +1,6 @@
-/* Steps that the library's files share: time limits, waits, paced retries, the first answer of a
- * look-up. */
-#include "net/steps.h"
+/* Socket calls that the files of the library share: time limits, waits, paced retries, the first
+ * answer of a look-up. */
+#include "net/socket_calls.h"
 
 #include <cerrno>
 #include <netdb.h>
