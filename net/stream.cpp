@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <memory>
 #include <netdb.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include "net/socket_calls.h"
@@ -87,13 +88,25 @@ static LOCAL_BIND_E bind_locally(int fd, const char *host, const char *service)
     return bind_to(fd, answers.get()) ? LOCAL_BOUND : LOCAL_REFUSED;
 }
 
-/* Without a limit the socket blocks. Then a signal does not end the attempt: the system goes on
- * connecting, as it does with a socket that does not block. */
+/* Waits for the end of a connect that a signal interrupted: poll takes any descriptor. */
+static bool wait_connected(int fd)
+{
+    pollfd waited = {fd, POLLOUT, 0};
+    int ready;
+    do {
+        ready = poll(&waited, 1, -1);
+    } while (ready < 0 && errno == EINTR);
+    return ready > 0;
+}
+
+/* Without a limit the socket blocks. A signal ends the connect call then, but not the connecting:
+ * the system goes on with it, and it is waited for as with a socket that does not block. */
 static bool connect_to(int fd, const addrinfo *answer, timeval *limit)
 {
     if (connect(fd, answer->ai_addr, answer->ai_addrlen) == 0) return true;
     if (errno != (limit != nullptr ? EINPROGRESS : EINTR)) return false;
-    if (!net_wait(fd, NET_WRITABLE, limit)) return false;
+    const bool ended = limit != nullptr ? net_wait(fd, NET_WRITABLE, limit) : wait_connected(fd);
+    if (!ended) return false;
 
     int error = 0;
     socklen_t len = sizeof(error);

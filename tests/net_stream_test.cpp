@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include "net/vx_net_api.h"
 #include "tests/net_test.h"
@@ -79,12 +81,24 @@ TEST_F(NetStream, ConnectsToTheFirstAnswerThatTakesIt)
     script_calls({PASS, PASS, EINTR, GIVE_NOTHING, PASS, PASS, GIVE_NOTHING}); // both are silent
     EXPECT_EQ(vx_tcp_noblock_connect(nullptr, nullptr, "twofaces", "8080", 2500), -1);
     EXPECT_EQ(seen.waits, (std::vector<long>{2500000, 1250000, 625000})) << "time not shared";
+}
 
-    int listening = vx_tcp_listen("::1", "8080", nullptr);
-    script_calls({PASS, EINTR});
-    int fd = vx_tcp_block_connect(nullptr, nullptr, "twofaces", "8080");
-    EXPECT_EQ(vx_tcp_block_send(fd, "a", 1), 1) << "given up after a signal";
-    EXPECT_EQ(seen.waits, std::vector<long>{-1});
+/* With a descriptor that is too large for a set of select. */
+TEST_F(NetStream, SignalsDoNotEndABlockingConnect)
+{
+    const rlimit enough = {FD_SETSIZE + 16, FD_SETSIZE + 16};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &enough), 0);
+    int listening = vx_tcp_listen("127.0.0.1", "8080", nullptr);
+    std::vector<int> taken;
+    do {
+        taken.push_back(dup(listening));
+    } while (taken.back() < FD_SETSIZE - 1);
+    script_calls({PASS, EINTR, EINTR, PASS});
+    int fd = vx_tcp_block_connect(nullptr, nullptr, "127.0.0.1", "8080");
+    EXPECT_GE(fd, FD_SETSIZE);
+    EXPECT_EQ(vx_tcp_block_send(fd, "a", 1), 1);
+    for (int &descriptor : taken)
+        vx_close_socket(&descriptor);
     close_all({&fd, &listening});
 }
 

@@ -7,6 +7,7 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
+#include <poll.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -68,6 +69,7 @@ extern "C" unsigned sleep(unsigned seconds)
     }
 STAND_IN(int, socket, (int family, int type, int protocol), (family, type, protocol), nullptr)
 STAND_IN(int, listen, (int fd, int backlog), (fd, backlog), nullptr)
+STAND_IN(int, poll, (pollfd *list, nfds_t count, int limit_ms), (list, count, limit_ms), nullptr)
 STAND_IN(int, accept, (int fd, sockaddr *peer, socklen_t *len), (fd, peer, len), nullptr)
 STAND_IN(ssize_t, sendto, (int fd, const void *data, size_t len, int flags, const sockaddr *to,
          socklen_t to_len), (fd, data, len, flags, to, to_len), &len)

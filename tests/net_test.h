@@ -32,9 +32,9 @@ extern std::function<void(bool reading)> on_wait;
 /** What a peer does at each pause; may be empty. */
 extern std::function<void()> on_pause;
 
-/** Says what the next calls of socket, connect, listen, accept, select, send, sendto, recv and
- * recvfrom do, in order; then all pass. A failing select uses up half its time. Calls of the script
- * before that were not made fail the test. */
+/** Says what the next calls of socket, connect, listen, accept, select, poll, send, sendto, recv
+ * and recvfrom do, in order; then all pass. A failing select uses up half its time. Calls of the
+ * script before that were not made fail the test. */
 void script_calls(const std::vector<int> &outcomes);
 
 /** Stands for a host that does not resolve: no label is that long, so nobody is asked. */
