@@ -8,6 +8,10 @@
  */
 #pragma once
 
+#ifndef __cplusplus
+#error "This header is for C++; docs/protocol.md shows how to command the service from C."
+#endif
+
 #include <cstdint>
 #include <netinet/in.h>
 #include <sys/socket.h>

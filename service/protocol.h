@@ -1,6 +1,10 @@
 /* The command protocol: one datagram a command, to a fixed loopback endpoint. */
 #pragma once
 
+#ifndef __cplusplus
+#error "This header is for C++; docs/protocol.md shows how to command the service from C."
+#endif
+
 #include <cstdint>
 
 /* Where the service listens. */

@@ -11,6 +11,10 @@
  */
 #pragma once
 
+#ifndef __cplusplus
+#error "This header is for C++; docs/protocol.md shows how to command the service from C."
+#endif
+
 /**
  * Sets a channel's sample rate, which also puts its trim back to the centre, and waits until the
  * service answers. Whatever datagram comes in by then is the answer; its content is not looked at.
