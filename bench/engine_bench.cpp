@@ -18,8 +18,11 @@ BENCHMARK(trim_record);
 
 static void pack_block(benchmark::State &state)
 {
-    while (state.KeepRunning())
-        benchmark::DoNotOptimize(pack_divider({8862, 1003550, 1048575}, 0x10));
+    DIVIDER_T divider = {8862, 1003550, 1048575};
+    while (state.KeepRunning()) {
+        benchmark::DoNotOptimize(divider); // or it would be packed by the compiler
+        benchmark::DoNotOptimize(pack_divider(divider, 0x10));
+    }
 }
 BENCHMARK(pack_block);
 

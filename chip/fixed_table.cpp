@@ -9,9 +9,8 @@
 #include <cstdio>
 #include <iterator>
 
-#include "log/log.h"
-#include "trim/channels.h"
-#include "trim/rate.h"
+#include "chip/outputs.h"
+#include "chip/rates.h"
 
 static constexpr unsigned REGISTER_PAUSE_US = 100;
 
@@ -200,17 +199,6 @@ int vx_si5351_param_dec_set(int ch, int rate, int key)
     return result;
 }
 
-int vx_si5351_reset_chn(int ch)
-{
-    if (!is_channel(ch)) return 0;
-    const SI5351_CONF_T &conf = channel_record(ch);
-    if (conf.value == 0) return 0;
-    (void)vx_si5351_set(ch, conf.rate); // a record with a value has a supported rate
-    (void)vx_si5351_set_conf(ch, conf.rate);
-    LOG_INFO("si5351 ch:%d rate:%d reset", ch, conf.rate);
-    return 0;
-}
-
 int vx_si5351_param_44100x_inc_set(int key, int rate)
 {
     return store_offset_44100x(rate, key, OFFSET_INC);
@@ -225,6 +213,5 @@ void si5351_channel_param_set(int ch)
 {
     if (!is_channel(ch)) return;
     const auto r_bits = static_cast<uint8_t>((ch_param.div & 0x7) << 4);
-    write_block(channel_rows[ch - 1].block, pack_divider(ch_param.divider, r_bits),
-                REGISTER_PAUSE_US);
+    write_block(output_block(ch), pack_divider(ch_param.divider, r_bits), REGISTER_PAUSE_US);
 }

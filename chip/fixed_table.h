@@ -49,14 +49,6 @@ int vx_si5351_param_inc_set(int ch, int rate, int key);
  */
 int vx_si5351_param_dec_set(int ch, int rate, int key);
 
-/**
- * An older reset: puts a channel's record and output back at the record's sample rate, and logs
- * it. A channel whose value is 0, as after a refused rate, stays as it is.
- * @param ch  channel; any other than 1 to 3 changes nothing
- * @return 0
- */
-int vx_si5351_reset_chn(int ch);
-
 /* Internal to the driver from here on. */
 
 /* One set of a table of 16; all four are 32-bit words. */

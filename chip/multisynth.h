@@ -3,11 +3,10 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
-inline constexpr uint32_t CRYSTAL_HZ = 27000000;
-inline constexpr uint32_t PLL_A_HZ = 900000000; // crystal x (33 + 1/3)
-inline constexpr uint8_t PLL_A_BLOCK = 26;      // first register of PLL A's feedback divider
+inline constexpr uint8_t PLL_A_BLOCK = 26; // first register of PLL A's feedback divider
 
 /* What a divider block holds of a ratio; the formulas are those of the chip's published register
  * map: P1 = 128 a + floor(128 b/c) - 512, P2 = 128 b - c floor(128 b/c), P3 = c. */
@@ -20,12 +19,45 @@ struct DIVIDER_T {
 using DIVIDER_BLOCK_T = std::array<uint8_t, 8>;
 
 /**
- * Packs the parameters of a divider into the bytes of its block.
+ * Works out the parameters of a ratio.
+ * @param mult   integer part
+ * @param num    fraction numerator
+ * @param denom  fraction denominator, 1 to 1048575
+ */
+constexpr DIVIDER_T divide_by(uint8_t mult, uint32_t num, uint32_t denom)
+{
+    /* Single precision on purpose: 1023999/1048575 gives f = 125 here, but 124 in double. The
+     * detour over 64 bits keeps a quotient beyond 32 bits defined. */
+    const float fraction = static_cast<float>(num) / static_cast<float>(denom);
+    const auto f = static_cast<uint32_t>(static_cast<uint64_t>(fraction * 128.0F));
+    return {128U * mult - 512U + f, 128U * num - denom * f, denom};
+}
+
+/**
+ * Packs the parameters of a divider into the bytes of its block:
+ *   +0  P3 15-8
+ *   +1  P3 7-0
+ *   +2  R divider code in bits 6-4 (outputs only) | divide by 4, never set | P1 17-16
+ *   +3  P1 15-8
+ *   +4  P1 7-0
+ *   +5  P3 19-16 | P2 19-16
+ *   +6  P2 15-8
+ *   +7  P2 7-0
  * @param divider  P1, P2 and P3; bits beyond the chip's fields are dropped
  * @param r_bits   bits OR-ed into the third byte, above P1: an output's R divider code in bits 6-4,
  *                 else 0
  */
-DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits);
+constexpr DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits)
+{
+    const auto [p1, p2, p3] = divider;
+    const uint32_t bytes[] = {p3 >> 8, p3, r_bits | (p1 >> 16 & 0x03),
+                              p1 >> 8, p1, (p3 >> 16 & 0x0F) << 4 | (p2 >> 16 & 0x0F),
+                              p2 >> 8, p2};
+    DIVIDER_BLOCK_T block{};
+    for (size_t i = 0; i < block.size(); i++)
+        block[i] = static_cast<uint8_t>(bytes[i]); // the low 8 bits
+    return block;
+}
 
 /**
  * Writes a block, each register in a transaction of its own, ascending. A register that fails is

@@ -2,8 +2,8 @@
 #include "chip/whole_frequency.h"
 
 #include "chip/multisynth.h"
+#include "chip/outputs.h"
 #include "log/log.h"
-#include "trim/channels.h"
 
 void setupMultisynth(uint8_t reg, uint32_t divider, uint8_t rDiv)
 {
@@ -24,21 +24,10 @@ void si5351aSetFrequency(int ch, uint32_t frequency)
     const auto num = static_cast<uint32_t>(static_cast<float>(rest_hz) * 1048575.0F /
                                            static_cast<float>(CRYSTAL_HZ));
     setupPLL(PLL_A_BLOCK, static_cast<uint8_t>(mult), num, RATIO_DENOM);
-    if (is_channel(ch)) setupMultisynth(channel_rows[ch - 1].block, divider, 0);
+    if (is_channel(ch)) setupMultisynth(output_block(ch), divider, 0);
 }
 
 void setupReg(uint8_t reg, uint8_t mult, uint32_t num, uint32_t denom)
 {
     setupPLL(reg, mult, num, denom);
-}
-
-int vx_si5351_param_inc_dec(int ch, int /*unused1*/, int /*unused2*/)
-{
-    if (!is_channel(ch)) {
-        LOG_ERROR("invalid ch:%d", ch);
-        return 0;
-    }
-    const SI5351_CONF_T &conf = channel_record(ch);
-    si5351aSetFrequency(ch, static_cast<uint32_t>(conf.defVal) + static_cast<uint32_t>(conf.value));
-    return 0;
 }

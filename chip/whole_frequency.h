@@ -24,12 +24,3 @@ void si5351aSetFrequency(int ch, uint32_t frequency);
  * The same as setupPLL.
  */
 void setupReg(uint8_t reg, uint8_t mult, uint32_t num, uint32_t denom);
-
-/**
- * Sets a channel's output to the frequency, in Hz, of the sum of its record's defVal and value.
- * @param ch       channel; any other than 1 to 3 is logged and writes nothing
- * @param unused1  not used
- * @param unused2  not used
- * @return 0
- */
-int vx_si5351_param_inc_dec(int ch, int unused1, int unused2);

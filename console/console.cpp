@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <string_view>
 #include <strings.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -14,6 +13,7 @@
 
 #include "console/text_dump.h"
 #include "log/log.h"
+#include "trim/command_table.h"
 #include "trim/rate.h"
 #include "trim/trim.h"
 
@@ -23,31 +23,40 @@ static constexpr unsigned RETRY_S = 1;
 static constexpr size_t WORD_LIMIT = 31; // a longer first word takes no arguments
 static constexpr const char *WHITE_SPACE = " \t\n\v\f\r";
 
-/* What the two numbers behind a keyword mean is up to the command; one that is missing or does not
+/* What the two numbers after a keyword mean depends on the command; one that is missing or does not
  * parse keeps the command's default. */
 struct ARGUMENTS_T {
     int32_t first;
     int32_t second;
 };
 
-static void enable_service(const ARGUMENTS_T & /*unused*/)
+struct KEYWORD_ROW_T {
+    const char *keyword;
+    const char *other; // a second keyword, or null
+    int numbers;       // how many arguments are scanned
+    ARGUMENTS_T defaults;
+    void (*act)(const KEYWORD_ROW_T &row, const ARGUMENTS_T &args);
+    VX_SI5351CMD_E command = {}; // where the keyword is a command to a channel
+};
+
+static void enable_service(const KEYWORD_ROW_T & /*unused*/, const ARGUMENTS_T & /*unused*/)
 {
     g_s32EnableSi5351 = 1;
     LOG_INFO("enable si5351");
 }
 
-static void disable_service(const ARGUMENTS_T & /*unused*/)
+static void disable_service(const KEYWORD_ROW_T & /*unused*/, const ARGUMENTS_T & /*unused*/)
 {
     g_s32EnableSi5351 = 0;
     LOG_INFO("disable si5351");
 }
 
-static void dump_records(const ARGUMENTS_T & /*unused*/)
+static void dump_records(const KEYWORD_ROW_T & /*unused*/, const ARGUMENTS_T & /*unused*/)
 {
     if (write_text_dump() == 0) LOG_INFO("dump si5351 param");
 }
 
-static void set_step(const ARGUMENTS_T &args)
+static void set_step(const KEYWORD_ROW_T & /*unused*/, const ARGUMENTS_T &args)
 {
     const std::lock_guard lock(g_engine_lock);
     LOG_INFO("set si5351 rate:%d step:%d", args.first, args.second);
@@ -59,65 +68,42 @@ static void set_step(const ARGUMENTS_T &args)
     trim_step(*row) = args.second;
 }
 
-static void drive_channel(int32_t ch, VX_SI5351CMD_E command, int (*operation)(int32_t ch))
+static void trim_channel(const KEYWORD_ROW_T &row, const ARGUMENTS_T &args)
 {
     const std::lock_guard lock(g_engine_lock);
-    LOG_INFO("ch:%d %s", ch, get_status_si53512(command));
-    set_chn_stat(ch, command);
-    operation(ch);
+    LOG_INFO("ch:%d %s", args.first, get_status_si53512(row.command));
+    drive_channel(args.first, row.command, true);
 }
 
-static void increase(const ARGUMENTS_T &args)
-{
-    drive_channel(args.first, VX_SI5351_SET_INC, vx_si5351_increase);
-}
-
-static void decrease(const ARGUMENTS_T &args)
-{
-    drive_channel(args.first, VX_SI5351_SET_DEC, vx_si5351_decrease);
-}
-
-static void reset(const ARGUMENTS_T &args)
-{
-    drive_channel(args.first, VX_SI5351_SET_RESET, vx_si5351_reset_chn2);
-}
-
-static void init(const ARGUMENTS_T &args)
+static void set_rate(const KEYWORD_ROW_T &row, const ARGUMENTS_T &args)
 {
     const std::lock_guard lock(g_engine_lock);
     LOG_INFO("ch:%d rate:%d init", args.first, args.second);
     (void)vx_si5351_set_param(args.first, args.second); // logs a refusal
-    set_chn_stat(args.first, VX_SI5351_SET_PARAM);
+    set_chn_stat(args.first, row.command);
 }
 
-/* A text is the command with one of whose keywords it begins, in upper or lower case: "yes"
- * enables. No text can begin with keywords of two commands. */
-struct KEYWORD_ROW_T {
-    std::string_view keyword;
-    std::string_view other; // a second keyword; the same again where there is none
-    int numbers;            // how many arguments are scanned
-    ARGUMENTS_T defaults;
-    void (*act)(const ARGUMENTS_T &args);
-};
+/* A text that begins with a keyword of a row, in upper or lower case, is the command of that row:
+ * "yes" enables. No text can begin with keywords of two rows. */
 // clang-format off
-static constexpr KEYWORD_ROW_T command_rows[] = {
+static constexpr KEYWORD_ROW_T keyword_rows[] = {
     {"y",    "enable",   0, {0, 0},     enable_service},
     {"n",    "disable",  0, {0, 0},     disable_service},
-    {"dump", "dump",     0, {0, 0},     dump_records},
-    {"step", "step",     2, {1, 100},   set_step},
-    {"inc",  "increase", 1, {1, 0},     increase},
-    {"dec",  "decrease", 1, {1, 0},     decrease},
-    {"rst",  "reset",    1, {1, 0},     reset},
-    {"init", "init",     2, {1, 48000}, init},
+    {"dump", nullptr,    0, {0, 0},     dump_records},
+    {"step", nullptr,    2, {1, 100},   set_step},
+    {"inc",  "increase", 1, {1, 0},     trim_channel, VX_SI5351_SET_INC},
+    {"dec",  "decrease", 1, {1, 0},     trim_channel, VX_SI5351_SET_DEC},
+    {"rst",  "reset",    1, {1, 0},     trim_channel, VX_SI5351_SET_RESET},
+    {"init", nullptr,    2, {1, 48000}, set_rate, VX_SI5351_SET_PARAM},
 };
 // clang-format on
 
-static bool begins_with(const char *text, std::string_view keyword)
+static bool begins_with(const char *text, const char *keyword)
 {
-    return strncasecmp(text, keyword.data(), keyword.size()) == 0;
+    return keyword != nullptr && strncasecmp(text, keyword, strlen(keyword)) == 0;
 }
 
-/* Reads a decimal number as scanf does, but takes one beyond 32 bits for none. */
+/* Reads a decimal number as scanf does, but refuses one that needs more than 32 bits. */
 static bool scan_number(const char **text, int32_t *number)
 {
     char *end = nullptr;
@@ -144,9 +130,9 @@ static ARGUMENTS_T scan_arguments(const char *text, const KEYWORD_ROW_T &row)
 void run_console_command(const char *text)
 {
     if (text == nullptr) return;
-    for (const KEYWORD_ROW_T &row : command_rows) {
+    for (const KEYWORD_ROW_T &row : keyword_rows) {
         if (!begins_with(text, row.keyword) && !begins_with(text, row.other)) continue;
-        row.act(scan_arguments(text, row));
+        row.act(row, scan_arguments(text, row));
         return;
     }
 }
@@ -173,7 +159,8 @@ int handle_cmd()
         LOG_ERROR("mkfifo %s, errno %d:%s", PIPE_PATH, errno, strerror(errno));
         return created;
     }
-    // For writing too: so the open waits for no writer, and a writer's close ends no read.
+    // Opened for writing too: then the open does not wait for a writer, and no read ends because a
+    // writer closes.
     const int fd = open(PIPE_PATH, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0774);
     if (fd < 0) {
         LOG_ERROR("open %s fail, errno %d:%s", PIPE_PATH, errno, strerror(errno));

@@ -15,7 +15,7 @@ void run_console_command(const char *text);
 int handle_cmd();
 
 /**
- * Body of the console thread: names it "debug_task", logs its id and reads commands for ever. After
+ * Body of the console thread: names it "debug_task", logs its id and reads commands forever. After
  * a failure (logged) it makes the pipe anew, 1 s later.
  * @param unused  not used
  */

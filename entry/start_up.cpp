@@ -4,10 +4,10 @@
 #include <sys/prctl.h>
 #include <unistd.h>
 
-#include "chip/bring_up.h"
 #include "console/console.h"
 #include "log/log.h"
 #include "service/command_service.h"
+#include "trim/bring_up.h"
 #include "trim/channels.h"
 
 pthread_t si5351tidp;

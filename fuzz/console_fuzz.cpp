@@ -14,7 +14,7 @@ static constexpr int TEXT_LIMIT = 64;     // in one input
 /* A supported rate has the numerator in the record, and the chip runs by the record. */
 static void check_records()
 {
-    const RECORDS_T records = copy_records();
+    const auto records = copy_state().records;
     for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
         const SI5351_CONF_T &record = records[static_cast<size_t>(ch - 1)];
         require(record.ch == ch, "channel");

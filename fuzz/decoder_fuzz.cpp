@@ -1,6 +1,6 @@
 /* Register images to the decoder of the simulated chip. The calculation here is the same formula in
  * floating point: it knows no overflow, which is what the exact one could get wrong. */
-#include "sim/si5351_model.h"
+#include "decode/output_clock.h"
 
 #include <cmath>
 #include <cstdio>

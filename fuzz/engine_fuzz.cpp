@@ -4,12 +4,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <iterator>
 #include <unistd.h>
-#include <vector>
 
-#include "chip/bring_up.h"
 #include "sim/i2c_bus_sim.h"
+#include "trim/bring_up.h"
 #include "trim/channels.h"
 
 /* The dump reply paces its lines; a fuzzer has no time to lose. Takes the place of libc's. */
@@ -18,13 +16,12 @@ extern "C" int usleep(useconds_t /*unused*/)
     return 0;
 }
 
-static const RECORDS_T start_records = copy_records();
-static const std::vector<int32_t> start_steps(std::begin(stStep), std::end(stStep));
+static const STATE_T start = copy_state();
 
 void reset_engine()
 {
-    std::copy(start_records.begin(), start_records.end(), stSi5351Conf);
-    std::copy(start_steps.begin(), start_steps.end(), stStep);
+    std::copy(start.records.begin(), start.records.end(), stSi5351Conf);
+    std::copy(start.steps.begin(), start.steps.end(), stStep);
     g_s32EnableSi5351 = 1;
     sim_reset();
     const std::lock_guard lock(g_engine_lock);

@@ -11,7 +11,7 @@
 #include "net/vx_net_api.h"
 #include "service/command_service.h"
 #include "tests/engine_model.h"
-#include "trim/channels.h"
+#include "trim/record_text.h"
 
 static constexpr size_t LENGTH_LIMIT = 95;
 static constexpr size_t DATAGRAM_LIMIT = 64; // in one input
@@ -85,7 +85,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     std::string records = "5351 info\n";
     for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
         char line[RECORD_LINE_SIZE];
-        const size_t length = format_record(line, copy_record(ch));
+        const size_t length =
+            format_record(line, copy_state().records[static_cast<size_t>(ch - 1)]);
         records.append(line, length);
     }
     require_same(records, model_dump(model), "records");

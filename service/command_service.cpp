@@ -3,28 +3,29 @@
 
 #include <arpa/inet.h>
 #include <cstdio>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include "chip/i2c_access.h"
 #include "log/log.h"
 #include "net/vx_net_api.h"
+#include "service/message.h"
 #include "service/status_file.h"
+#include "trim/command_table.h"
 #include "trim/rate.h"
+#include "trim/record_text.h"
 #include "trim/trim.h"
 
-static constexpr int MESSAGE_SIZE = sizeof(SI5351_MSG_T);
 static constexpr int WAIT_MS = 2000;
 static constexpr unsigned SOCKET_RETRY_S = 2;
 static constexpr useconds_t DUMP_PAUSE_US = 10000;
 
-static void hold_rate(SERVICE_T *service)
+static void hold_channel_and_rate(SERVICE_T *service)
 {
     service->ch = service->message.ch;
     service->rate_hz = service->message.arg[0];
 }
 
-static void hold_fifo(SERVICE_T *service)
+static void hold_channel_and_fifo(SERVICE_T *service)
 {
     service->ch = service->message.ch;
     service->fifo_total = service->message.arg[0];
@@ -41,9 +42,9 @@ static void send_dump(SERVICE_T *service)
 {
     static constexpr char heading[] = "5351 info\n";
     send_text(service, heading, sizeof(heading) - 1);
-    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
+    for (size_t i = 0; i < CHANNEL_COUNT; i++) {
         char line[RECORD_LINE_SIZE];
-        const size_t length = format_record(line, copy_record(ch));
+        const size_t length = format_record(line, copy_state().records[i]);
         send_text(service, line, length);
         usleep(DUMP_PAUSE_US);
     }
@@ -55,9 +56,9 @@ static bool is_enabled()
 }
 
 /* The echo goes out before the rate is applied: it confirms receipt, not success. */
-static void act_set_param(SERVICE_T *service)
+static void set_rate(SERVICE_T *service)
 {
-    (void)sendto(service->sock, &service->message, MESSAGE_SIZE, 0,
+    (void)sendto(service->sock, &service->message, sizeof(service->message), 0,
                  reinterpret_cast<const sockaddr *>(&service->sender), sizeof(service->sender));
 
     const std::lock_guard lock(g_engine_lock);
@@ -66,29 +67,13 @@ static void act_set_param(SERVICE_T *service)
     set_chn_stat(service->ch, VX_SI5351_SET_PARAM);
 }
 
-static void drive_channel(SERVICE_T *service, VX_SI5351CMD_E command, int (*operation)(int32_t ch))
+static void trim_channel(SERVICE_T *service)
 {
     const std::lock_guard lock(g_engine_lock);
-    set_chn_stat(service->ch, command);
-    if (is_enabled()) operation(service->ch);
+    drive_channel(service->ch, static_cast<VX_SI5351CMD_E>(service->message.cmd), is_enabled());
 }
 
-static void act_increase(SERVICE_T *service)
-{
-    drive_channel(service, VX_SI5351_SET_INC, vx_si5351_increase);
-}
-
-static void act_decrease(SERVICE_T *service)
-{
-    drive_channel(service, VX_SI5351_SET_DEC, vx_si5351_decrease);
-}
-
-static void act_reset(SERVICE_T *service)
-{
-    drive_channel(service, VX_SI5351_SET_RESET, vx_si5351_reset_chn2);
-}
-
-static void act_report(SERVICE_T *service)
+static void report_fifo(SERVICE_T *service)
 {
     {
         const std::lock_guard lock(g_engine_lock);
@@ -97,29 +82,39 @@ static void act_report(SERVICE_T *service)
     (void)dump2json();
 }
 
-/* What a command takes from its datagram before the log line, and does after it. */
-struct COMMAND_ROW_T {
-    VX_SI5351CMD_E cmd;
-    void (*take)(SERVICE_T *service);
-    void (*act)(SERVICE_T *service); // null: all done by then
-};
-// clang-format off
-static constexpr COMMAND_ROW_T command_rows[] = {
-    {VX_SI5351_SET_PARAM, hold_rate, act_set_param},
-    {VX_SI5351_SET_INC,   hold_rate, act_increase},
-    {VX_SI5351_SET_DEC,   hold_rate, act_decrease},
-    {VX_SI5351_SET_RESET, hold_rate, act_reset},
-    {VX_FIFO_REPORT,      hold_fifo, act_report},
-    {VX_SI5351_DUMP,      send_dump, nullptr},
-};
-// clang-format on
-
-static const COMMAND_ROW_T *find_command(uint32_t cmd)
+static void log_unknown(SERVICE_T *service)
 {
-    for (const COMMAND_ROW_T &row : command_rows) {
-        if (row.cmd == cmd) return &row;
+    LOG_ERROR("unknown cmd:0x%x", service->message.cmd);
+}
+
+static void do_nothing(SERVICE_T * /*unused*/)
+{
+}
+
+/* What the service does with a datagram, before and after it logs it. */
+struct SERVICE_ROW_T {
+    void (*before_log)(SERVICE_T *service);
+    void (*after_log)(SERVICE_T *service);
+};
+
+/* Without a default, a new code without a row does not build. */
+static SERVICE_ROW_T service_row(VX_SI5351CMD_E cmd)
+{
+    switch (cmd) {
+    case VX_SI5351_SET_PARAM:
+        return {hold_channel_and_rate, set_rate};
+    case VX_SI5351_SET_INC:
+        return {hold_channel_and_rate, trim_channel};
+    case VX_SI5351_SET_DEC:
+        return {hold_channel_and_rate, trim_channel};
+    case VX_SI5351_SET_RESET:
+        return {hold_channel_and_rate, trim_channel};
+    case VX_FIFO_REPORT:
+        return {hold_channel_and_fifo, report_fifo};
+    case VX_SI5351_DUMP:
+        return {send_dump, do_nothing};
     }
-    return nullptr;
+    return {log_unknown, do_nothing};
 }
 
 static void log_datagram(const SERVICE_T *service)
@@ -133,32 +128,10 @@ static void log_datagram(const SERVICE_T *service)
 
 static void act_on_datagram(SERVICE_T *service)
 {
-    const COMMAND_ROW_T *row = find_command(service->message.cmd);
-    if (row == nullptr) LOG_ERROR("unknown cmd:0x%x", service->message.cmd);
-    if (row != nullptr) row->take(service);
+    const SERVICE_ROW_T row = service_row(static_cast<VX_SI5351CMD_E>(service->message.cmd));
+    row.before_log(service);
     log_datagram(service);
-    if (row != nullptr && row->act != nullptr) row->act(service);
-}
-
-/* vx_udp_recv refuses a datagram larger than a message and leaves it first in the queue. */
-static void drop_oversized(int sock)
-{
-    int size = 0;
-    if (ioctl(sock, FIONREAD, &size) != 0 || size <= MESSAGE_SIZE) return;
-    char byte = 0;
-    (void)vx_udp_recv2(sock, &byte, sizeof(byte), 0, nullptr, nullptr); // the rest is cut off
-}
-
-static bool receive_datagram(SERVICE_T *service)
-{
-    service->sender.sin_family = AF_UNSPEC;
-    service->sender_size = sizeof(service->sender);
-    const int length = vx_udp_recv(service->sock, &service->message, MESSAGE_SIZE, 0,
-                                   &service->sender, &service->sender_size);
-    if (length > 0) return true;
-    // An empty datagram has a sender and is gone; without a sender, the next one is still waiting.
-    if (service->sender.sin_family == AF_UNSPEC) drop_oversized(service->sock);
-    return false;
+    row.after_log(service);
 }
 
 int udp_socket_create(const char *ip, int port)
@@ -170,7 +143,7 @@ int udp_socket_create(const char *ip, int port)
         LOG_ERROR("create socket<%s:%d> err", ip, port);
         return -1;
     }
-    (void)vx_set_sock_noblock(sock); // a blocking one serves as well: only a ready one is read
+    (void)vx_set_sock_noblock(sock); // one that blocks would do: it is read only when ready
     if (vx_bind_sock(sock, vx_ip_a2n(ip), port) >= 0) return sock;
     vx_close_socket(&sock);
     LOG_ERROR("bind socket<%s:%d> err", ip, port);
@@ -202,5 +175,6 @@ void serve_datagram(SERVICE_T *service)
 {
     const int ready = vx_select(&service->sock, 1, VX_WAIT_READABLE, WAIT_MS);
     if (ready != (service->sock | VX_IS_READABLE)) return;
-    if (receive_datagram(service)) act_on_datagram(service);
+    if (receive_message(service->sock, &service->message, &service->sender) > 0)
+        act_on_datagram(service);
 }

@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <netinet/in.h>
-#include <sys/socket.h>
 
 #include "service/protocol.h"
 
@@ -16,7 +15,7 @@
 int udp_socket_create(const char *ip, int port);
 
 /**
- * Opens the I2C bus device, binds the command socket and serves datagrams for ever. While the
+ * Opens the I2C bus device, binds the command socket and serves datagrams forever. While the
  * socket cannot be made (logged), it tries again every 2 s.
  *
  * Datagrams are handled strictly in the order of their arrival: a set-param waits for what came
@@ -33,8 +32,7 @@ struct SERVICE_T {
     int sock;
     SI5351_MSG_T message; // bytes that a short datagram does not reach keep the earlier content
     sockaddr_in sender;   // of the last datagram
-    socklen_t sender_size;
-    int32_t ch; // held values: as last carried by a command that carries them
+    int32_t ch;           // held values: as last carried by a command that carries them
     int32_t rate_hz;
     int32_t fifo_total;
     int32_t fifo_used;

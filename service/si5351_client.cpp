@@ -6,15 +6,13 @@
 #include <cstddef>
 #include <cstring>
 #include <netinet/in.h>
-#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include "log/log.h"
 #include "net/vx_net_api.h"
-#include "service/protocol.h"
+#include "service/message.h"
 
 static constexpr int REPLY_WAIT_MS = 2000;
-static constexpr int REPLY_SIZE = sizeof(SI5351_MSG_T);
 
 /* A command, its name in the log, and the leading bytes that carry its arguments. */
 struct CLIENT_CALL_T {
@@ -69,14 +67,13 @@ static void drop_late_replies(int sock)
     }
 }
 
-/* Whatever it is, it must not be left to end the next wait: vx_udp_recv leaves an oversized one. */
+/* Any datagram counts as the reply. It is taken whatever it is: one left on the socket would end
+ * the wait of the next call. */
 static void take_reply(int sock)
 {
-    char reply[REPLY_SIZE];
-    if (vx_udp_recv(sock, reply, REPLY_SIZE, 0, nullptr, nullptr) >= 0) return;
-    int waiting = 0;
-    if (ioctl(sock, FIONREAD, &waiting) == 0 && waiting > REPLY_SIZE)
-        (void)vx_udp_recv2(sock, reply, REPLY_SIZE, 0, nullptr, nullptr);
+    SI5351_MSG_T reply;
+    sockaddr_in sender;
+    (void)receive_message(sock, &reply, &sender);
 }
 
 int send_set_param(int sock, int ch, int rate_hz)

@@ -18,7 +18,7 @@
 /**
  * Sets a channel's sample rate, which also puts its trim back to the centre, and waits until the
  * service answers. Whatever datagram comes in by then is the answer; its content is not looked at.
- * Without a service the call waits for ever: it sends again every 2 seconds, each time after
+ * Without a service the call waits forever: it sends again every 2 seconds, each time after
  * logging "get 5351 set param response timeout".
  * Late answers of the service, to an earlier call that had to send again, are dropped first. An
  * answer of more than 64 bytes is dropped too, after a message of vx_udp_recv on standard output.

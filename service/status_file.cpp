@@ -4,54 +4,50 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <iterator>
 #include <unistd.h>
 
-#include "trim/channels.h"
+#include "trim/record_text.h"
 
 static constexpr const char *STATUS_FILE = "/tmp/genlock.json";
 static constexpr const char *NEW_FILE = "/tmp/fifo.json";
 static constexpr size_t TEXT_SIZE = 1024; // 318 are the most it can take
 static constexpr int PPM_MAX_STEP = 300;
 
-static size_t append_channel(char *text, size_t length, int32_t ch, const SI5351_CONF_T &record)
+static constexpr const char *channel_names[] = {"hdmi", "analog", "earc/spdif"};
+static_assert(std::size(channel_names) == CHANNEL_COUNT, "a name for each channel");
+
+static size_t append_channel(char *text, size_t length, size_t i, const SI5351_CONF_T &record)
 {
     const int added = snprintf(text + length, TEXT_SIZE - length,
                                "%s\"%s\":{\"fifoTotal\":%d,\"fifoUsed\":%d,\"ppmAdjusted\":%d,"
                                "\"ppmMaxStep\":%d}",
-                               ch > 1 ? "," : "", channel_rows[ch - 1].name, record.fifoTotal,
+                               i > 0 ? "," : "", channel_names[i], record.fifoTotal,
                                record.fifoUsed, record.value, PPM_MAX_STEP);
     return length + static_cast<size_t>(added);
 }
 
 static size_t build_text(char *text)
 {
-    const RECORDS_T records = copy_records();
+    const STATE_T state = copy_state();
     auto length = static_cast<size_t>(snprintf(text, TEXT_SIZE, "{\"genlock\":{"));
-    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
-        length = append_channel(text, length, ch, records[static_cast<size_t>(ch - 1)]);
+    for (size_t i = 0; i < CHANNEL_COUNT; i++) {
+        length = append_channel(text, length, i, state.records[i]);
     }
     return length + static_cast<size_t>(snprintf(text + length, TEXT_SIZE - length, "}}"));
 }
 
-static bool write_whole(int fd, const char *text, size_t length)
-{
-    FILE *file = fdopen(fd, "w+");
-    if (file == nullptr) {
-        (void)close(fd);
-        return false;
-    }
-    const bool written = fwrite(text, 1, length, file) == length;
-    return fclose(file) == 0 && written;
-}
-
 static void replace_file(const char *text, size_t length)
 {
-    const int fd = open(NEW_FILE, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0666);
-    if (fd < 0) return;
-    if (write_whole(fd, text, length)) {
+    switch (write_text_file(NEW_FILE, O_TRUNC, text, length)) {
+    case WRITTEN:
         (void)rename(NEW_FILE, STATUS_FILE); // on failure the earlier file stays
-    } else {
+        break;
+    case NOT_WHOLE:
         (void)unlink(NEW_FILE); // half a text is of no use, and a full disk wants its room back
+        break;
+    case NOT_OPENED:
+        break;
     }
 }
 

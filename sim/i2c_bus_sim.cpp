@@ -138,7 +138,7 @@ static uint32_t read_switch(const uint32_t *word)
 }
 
 /* 0, or the errno with which a fault ends the next transfer before its first byte. */
-static int count_faults(SIM_FAULTS_T *faults)
+static int next_fault(SIM_FAULTS_T *faults)
 {
     transfer_count++;
     const uint32_t fail_in = read_switch(&faults->fail_in);
@@ -155,7 +155,7 @@ static int run_transfer(int fd, const i2c_rdwr_ioctl_data &transfer)
     if (fcntl(fd, F_GETFD) < 0) return EBADF;
     const std::chrono::microseconds delay(read_switch(&chip->faults.delay_us));
     if (delay.count() > 0) std::this_thread::sleep_for(delay);
-    const int fault = count_faults(&chip->faults);
+    const int fault = next_fault(&chip->faults);
     if (fault != 0) return fault;
 
     for (uint32_t i = 0; i < transfer.nmsgs; i++) {

@@ -20,7 +20,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "sim/si5351_model.h"
+#include "decode/output_clock.h"
 
 /* One message of a transfer as it was submitted, whatever became of it. */
 struct SIM_TRANSACTION_T {

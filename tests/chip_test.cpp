@@ -3,13 +3,14 @@
 #include <gtest/gtest.h>
 #include <sstream>
 
-#include "chip/bring_up.h"
 #include "chip/i2c_access.h"
 #include "chip/multisynth.h"
 #include "chip/whole_frequency.h"
 #include "sim/i2c_bus_sim.h"
 #include "tests/support.h"
+#include "trim/bring_up.h"
 #include "trim/channels.h"
+#include "trim/trim.h"
 
 using LINES = std::vector<std::string>;
 

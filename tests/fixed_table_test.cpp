@@ -8,9 +8,9 @@
 #include <unistd.h>
 #include <utility>
 
-#include "chip/bring_up.h"
 #include "sim/i2c_bus_sim.h"
 #include "tests/support.h"
+#include "trim/bring_up.h"
 #include "trim/rate.h"
 #include "trim/trim.h"
 

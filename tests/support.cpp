@@ -66,10 +66,9 @@ std::vector<std::string> take_log()
 
 void reset_engine()
 {
-    static const RECORDS_T start_records = copy_records();
-    static const std::vector<int32_t> start_steps(std::begin(stStep), std::end(stStep));
-    std::copy(start_records.begin(), start_records.end(), stSi5351Conf);
-    std::copy(start_steps.begin(), start_steps.end(), stStep);
+    static const STATE_T start = copy_state();
+    std::copy(start.records.begin(), start.records.end(), stSi5351Conf);
+    std::copy(start.steps.begin(), start.steps.end(), stStep);
     ch_param = {};
     g_s32EnableSi5351 = 1;
     I2C_Deinit();

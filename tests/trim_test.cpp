@@ -4,10 +4,11 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 
-#include "chip/bring_up.h"
 #include "sim/i2c_bus_sim.h"
 #include "tests/support.h"
+#include "trim/bring_up.h"
 #include "trim/rate.h"
+#include "trim/record_text.h"
 #include "trim/trim.h"
 
 using LINES = std::vector<std::string>;

@@ -1,7 +1,9 @@
-/* Rate change: puts a channel at a row of the rate table. Reset: steps it to its centre. */
+/* Rate change: puts a channel at a row of the rate table. */
 #include "trim/rate.h"
 
+#include "chip/fixed_table.h"
 #include "log/log.h"
+#include "trim/record_text.h"
 #include "trim/trim.h"
 
 int vx_si5351_set_conf(int32_t ch, int32_t rate_hz)
@@ -42,37 +44,17 @@ int vx_si5351_set_param(int32_t ch, int32_t rate_hz)
         LOG_ERROR("set 5351 conf err, ret:%d", result);
         return -1;
     }
-    setReg(ch);
+    write_output(channel_record(ch));
     return 0;
 }
 
-static void log_reset(const SI5351_CONF_T &conf, int32_t ch)
-{
-    LOG_INFO("si5351 ch:%d rate:%d reset to value:%d xvalue:%d def:%d", ch, conf.rate, conf.value,
-             conf.xValue, conf.defVal);
-}
-
-int vx_si5351_reset_chn2(int32_t ch)
+int vx_si5351_reset_chn(int ch)
 {
     if (!is_channel(ch)) return 0;
     const SI5351_CONF_T &conf = channel_record(ch);
-    if (conf.count < 0) {
-        vx_si5351_decrease(ch);
-        log_reset(conf, ch);
-    }
-    if (conf.count > 0) {
-        vx_si5351_increase(ch);
-        log_reset(conf, ch);
-    }
+    if (conf.value == 0) return 0;
+    (void)vx_si5351_set(ch, conf.rate); // a record with a value has a supported rate
+    (void)vx_si5351_set_conf(ch, conf.rate);
+    LOG_INFO("si5351 ch:%d rate:%d reset", ch, conf.rate);
     return 0;
-}
-
-void handle_reset_stat()
-{
-    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
-        SI5351_CONF_T &conf = channel_record(ch);
-        if (conf.status != VX_SI5351_SET_RESET) continue;
-        vx_si5351_reset_chn2(ch);
-        if (conf.value == 0) conf.status = VX_SI5351_SET_PARAM;
-    }
 }

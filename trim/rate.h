@@ -1,4 +1,4 @@
-/* Rate change and reset of a channel. The caller of each function holds the engine lock. */
+/* Rate change of a channel. The caller of each function holds the engine lock. */
 #pragma once
 
 #include "trim/channels.h"
@@ -23,15 +23,10 @@ int vx_si5351_set_conf(int32_t ch, int32_t rate_hz);
 int vx_si5351_set_param(int32_t ch, int32_t rate_hz);
 
 /**
- * Moves a channel one trim step back towards its centre, in the record and on the chip, and logs
- * where it stands. At the centre it does nothing.
+ * An older reset: puts a channel's record back at the record's sample rate and its output at that
+ * rate's nominal frequency by the fixed table, and logs it. A channel whose value is 0, as after a
+ * refused rate, stays as it is.
  * @param ch  channel; any other than 1 to 3 changes nothing
  * @return 0
  */
-int vx_si5351_reset_chn2(int32_t ch);
-
-/**
- * Resets every channel whose last command was a reset by one step, and marks those whose value
- * is 0 as set.
- */
-void handle_reset_stat();
+int vx_si5351_reset_chn(int ch);

@@ -1,28 +1,32 @@
-/* Trim stepping: the position in steps, the numerator that follows from it, the learned centre. */
+/* Trim stepping: the position in steps, the numerator that follows from it, the learned centre, and
+ * the commands that move a channel. */
 #include "trim/trim.h"
 
 #include "chip/multisynth.h"
+#include "chip/whole_frequency.h"
 #include "log/log.h"
+#include "trim/command_table.h"
 
 static constexpr int32_t TRIM_LIMIT = 24;        // steps either way of the centre
 static constexpr int32_t CENTRE_BAND_STEPS = 20; // how far a learned centre may wander
 static constexpr int32_t CENTRE_CREEP = 100;     // a return to 0 moves it by step / 100
 
 /* Sign of the change of count and numerator: a larger numerator makes a slower clock. */
-enum TRIM_E : int32_t { TRIM_UP = -1, TRIM_DOWN = 1 };
+enum DIRECTION_E : int32_t { FASTER = -1, SLOWER = 1 };
 
-static bool check_record(const SI5351_CONF_T *conf)
+static bool has_rate(const SI5351_CONF_T &conf)
+{
+    if (find_rate(conf.rate) != nullptr) return true;
+    LOG_ERROR("invalid rate:%d", conf.rate);
+    return false;
+}
+
+static bool has_channel(const SI5351_CONF_T *conf)
 {
     if (conf == nullptr) return false;
-    if (!is_channel(conf->ch)) {
-        LOG_ERROR("invalid ch:%d", conf->ch);
-        return false;
-    }
-    if (find_rate(conf->rate) == nullptr) {
-        LOG_ERROR("invalid rate:%d", conf->rate);
-        return false;
-    }
-    return true;
+    if (is_channel(conf->ch)) return true;
+    LOG_ERROR("invalid ch:%d", conf->ch);
+    return false;
 }
 
 /* base + count * step in 32 bits: the console takes any step size, and a far too large one must
@@ -33,10 +37,11 @@ static int32_t move_num(int32_t base, int32_t count, int32_t step)
                                 static_cast<uint32_t>(count) * static_cast<uint32_t>(step));
 }
 
-/* The centre that a channel returns to creeps towards the side it had to be held on: the side it
- * comes from, opposite to the step that brings it back. A centre on the other side of the nominal
- * numerator, or outside the band, starts again beside the nominal one. */
-static int32_t learn_centre(const SI5351_CONF_T &conf, TRIM_E direction)
+/* The learned centre. A channel that comes back to 0 does not return to the nominal numerator, but
+ * to one that lies a little on the side where it was held: each return moves it by a hundredth of a
+ * step to that side. A learned centre on the other side of the nominal numerator, or more than 20
+ * steps away, is forgotten: learning starts again at the nominal numerator. */
+static int32_t learn_centre(const SI5351_CONF_T &conf, DIRECTION_E direction)
 {
     const int32_t side = -direction;
     const int32_t edge = move_num(conf.defVal, side * CENTRE_BAND_STEPS, conf.step);
@@ -46,8 +51,24 @@ static int32_t learn_centre(const SI5351_CONF_T &conf, TRIM_E direction)
     return move_num(in_band ? conf.xValue : conf.defVal, side, conf.step / CENTRE_CREEP);
 }
 
-static void step_trim(SI5351_CONF_T *conf, TRIM_E direction)
+static bool is_at_end(const SI5351_CONF_T &conf, DIRECTION_E direction)
 {
+    if (direction == FASTER && conf.count <= -TRIM_LIMIT) {
+        LOG_INFO("mclk is max, count:%d", conf.count);
+        return true;
+    }
+    if (direction == SLOWER && conf.count >= TRIM_LIMIT) {
+        LOG_INFO("mclk is min,ch:%d count:%d", conf.ch, conf.count);
+        return true;
+    }
+    return false;
+}
+
+/* Moves the record of a valid channel; results as of vx_si5351_conf_inc. */
+static int step_record(SI5351_CONF_T *conf, DIRECTION_E direction)
+{
+    if (!has_rate(*conf)) return -1;
+    if (is_at_end(*conf, direction)) return 1;
     conf->count += direction;
     if (conf->count == 0) {
         conf->xValue = learn_centre(*conf, direction);
@@ -56,37 +77,36 @@ static void step_trim(SI5351_CONF_T *conf, TRIM_E direction)
         conf->value = move_num(conf->defVal, conf->count, conf->step);
     }
     conf->num = static_cast<uint32_t>(conf->value);
+    return 0;
 }
 
 int vx_si5351_conf_inc(SI5351_CONF_T *conf)
 {
-    if (!check_record(conf)) return -1;
-    if (conf->count <= -TRIM_LIMIT) {
-        LOG_INFO("mclk is max, count:%d", conf->count);
-        return 1;
-    }
-    step_trim(conf, TRIM_UP);
-    return 0;
+    return has_channel(conf) ? step_record(conf, FASTER) : -1;
 }
 
 int vx_si5351_conf_dec(SI5351_CONF_T *conf)
 {
-    if (!check_record(conf)) return -1;
-    if (conf->count >= TRIM_LIMIT) {
-        LOG_INFO("mclk is min,ch:%d count:%d", conf->ch, conf->count);
-        return 1;
-    }
-    step_trim(conf, TRIM_DOWN);
-    return 0;
+    return has_channel(conf) ? step_record(conf, SLOWER) : -1;
+}
+
+static void log_record(const SI5351_CONF_T &conf)
+{
+    LOG_INFO("si5351 ch:%d rate:%d value:%d def:%d status:%s", conf.ch, conf.rate, conf.value,
+             conf.defVal, get_status_si53512(conf.status));
 }
 
 int vx_si5351_param_inc_dec2(SI5351_CONF_T *conf)
 {
     if (conf == nullptr) return -1;
-    LOG_INFO("si5351 ch:%d rate:%d value:%d def:%d status:%s", conf->ch, conf->rate, conf->value,
-             conf->defVal, get_status_si53512(conf->status));
+    log_record(*conf);
     setReg(conf->ch);
     return 0;
+}
+
+void write_output(const SI5351_CONF_T &conf)
+{
+    Multisynth(output_block(conf.ch), conf.mult, conf.num, conf.denom, conf.div);
 }
 
 void setReg(int32_t ch)
@@ -95,24 +115,81 @@ void setReg(int32_t ch)
         LOG_ERROR("setReg invalid ch:%d ", ch);
         return;
     }
-    const SI5351_CONF_T &conf = channel_record(ch);
-    Multisynth(channel_rows[ch - 1].block, conf.mult, conf.num, conf.denom, conf.div);
+    write_output(channel_record(ch));
 }
 
-static int move_channel(int32_t ch, int (*step)(SI5351_CONF_T *))
+static void step_channel(SI5351_CONF_T *conf, DIRECTION_E direction)
 {
-    if (!is_channel(ch)) return 0;
+    if (step_record(conf, direction) != 0) return;
+    log_record(*conf);
+    write_output(*conf);
+}
+
+static void step_to_centre(SI5351_CONF_T *conf)
+{
+    if (conf->count == 0) return;
+    step_channel(conf, conf->count < 0 ? SLOWER : FASTER);
+    LOG_INFO("si5351 ch:%d rate:%d reset to value:%d xvalue:%d def:%d", conf->ch, conf->rate,
+             conf->value, conf->xValue, conf->defVal);
+}
+
+static void move_channel(SI5351_CONF_T *conf, MOVE_E move)
+{
+    switch (move) {
+    case MOVE_FASTER:
+        return step_channel(conf, FASTER);
+    case MOVE_SLOWER:
+        return step_channel(conf, SLOWER);
+    case MOVE_TO_CENTRE:
+        return step_to_centre(conf);
+    case NO_MOVE:
+        return;
+    }
+}
+
+void drive_channel(int32_t ch, VX_SI5351CMD_E command, bool reaches_chip)
+{
+    if (!is_channel(ch)) return;
     SI5351_CONF_T *conf = &channel_record(ch);
-    if (step(conf) == 0) (void)vx_si5351_param_inc_dec2(conf); // fails for a null record only
-    return 0;
+    conf->status = command;
+    if (reaches_chip) move_channel(conf, command_row(command).move);
 }
 
 int vx_si5351_increase(int32_t ch)
 {
-    return move_channel(ch, vx_si5351_conf_inc);
+    if (is_channel(ch)) step_channel(&channel_record(ch), FASTER);
+    return 0;
 }
 
 int vx_si5351_decrease(int32_t ch)
 {
-    return move_channel(ch, vx_si5351_conf_dec);
+    if (is_channel(ch)) step_channel(&channel_record(ch), SLOWER);
+    return 0;
+}
+
+int vx_si5351_reset_chn2(int32_t ch)
+{
+    if (is_channel(ch)) step_to_centre(&channel_record(ch));
+    return 0;
+}
+
+void handle_reset_stat()
+{
+    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
+        SI5351_CONF_T &conf = channel_record(ch);
+        if (conf.status != VX_SI5351_SET_RESET) continue;
+        step_to_centre(&conf);
+        if (conf.value == 0) conf.status = VX_SI5351_SET_PARAM;
+    }
+}
+
+int vx_si5351_param_inc_dec(int ch, int /*unused1*/, int /*unused2*/)
+{
+    if (!is_channel(ch)) {
+        LOG_ERROR("invalid ch:%d", ch);
+        return 0;
+    }
+    const SI5351_CONF_T &conf = channel_record(ch);
+    si5351aSetFrequency(ch, static_cast<uint32_t>(conf.defVal) + static_cast<uint32_t>(conf.value));
+    return 0;
 }

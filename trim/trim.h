@@ -1,10 +1,27 @@
-/* Trim stepping: moves a channel's clock by single steps, and writes it to the chip. */
+/* Trim stepping: moves a channel's clock by single steps, and writes it to the chip. The caller of
+ * each function holds the engine lock. */
 #pragma once
 
 #include "trim/channels.h"
 
-/* A trim takes two calls: a step in the record, and on its result 0 the write to the chip. The
- * caller of each holds the engine lock. */
+/**
+ * Does what a command says to a channel, for a datagram and for a text in the pipe alike: stores it
+ * as the channel's status, and then trims one step faster, slower or back towards the centre, in
+ * the record and on the chip. A command that does not trim changes the status only.
+ * @param ch            channel; any other than 1 to 3 changes nothing
+ * @param command       command code
+ * @param reaches_chip  false: only the status changes
+ */
+void drive_channel(int32_t ch, VX_SI5351CMD_E command, bool reaches_chip);
+
+/**
+ * Writes a channel's multisynth from its record.
+ * @param conf  a record with a valid channel
+ */
+void write_output(const SI5351_CONF_T &conf);
+
+/* From here on the same by single calls. A trim takes two: a step in the record, and on its result
+ * 0 the write to the chip. */
 
 /**
  * Moves a channel one trim step towards a faster clock, in the record only.
@@ -48,3 +65,27 @@ int vx_si5351_increase(int32_t ch);
  * @return 0
  */
 int vx_si5351_decrease(int32_t ch);
+
+/**
+ * Moves a channel one trim step back towards its centre, in the record and on the chip, and logs
+ * where it stands. At the centre it does nothing.
+ * @param ch  channel; any other than 1 to 3 changes nothing
+ * @return 0
+ */
+int vx_si5351_reset_chn2(int32_t ch);
+
+/**
+ * Resets every channel whose last command was a reset by one step, and marks those whose value
+ * is 0 as set.
+ */
+void handle_reset_stat();
+
+/**
+ * Sets a channel's output to the frequency, in Hz, of the sum of its record's defVal and value.
+ * This moves PLL A, and with it the other two outputs.
+ * @param ch       channel; any other than 1 to 3 is logged and writes nothing
+ * @param unused1  not used
+ * @param unused2  not used
+ * @return 0
+ */
+int vx_si5351_param_inc_dec(int ch, int unused1, int unused2);

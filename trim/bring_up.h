@@ -1,17 +1,6 @@
 /* Bring-up of the chip at start. */
 #pragma once
 
-#include <cstdint>
-
-/* One register write. */
-struct REGISTER_ROW_T {
-    uint32_t reg; // its low 8 bits are sent
-    uint8_t value;
-};
-
-/* The register table in use; null before bring-up, which sets it. */
-extern const REGISTER_ROW_T *si5351_reg_map_ptr;
-
 /**
  * Programs the chip afresh: the register table, PLL A at 900 MHz, then the three output multisynths
  * from the channel records; 103 register writes, every one attempted, each failure logged by the

@@ -3,7 +3,7 @@
  *   27 MHz crystal --> x feedback ratio --> PLL A or B --> / output ratio --> / 2^R --> CLKn
  *
  * Not modelled: lock times and ranges, spread spectrum, phase, drive strength, inversion. */
-#include "sim/si5351_model.h"
+#include "decode/output_clock.h"
 
 #include <cmath>
 

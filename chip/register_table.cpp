@@ -1,12 +1,12 @@
-/* Bring-up: the register table that makes a chip in any state ours, then PLL A and the channels. */
-#include "chip/bring_up.h"
+/* The register table of bring-up: with it a chip in any state feeds its three outputs from PLL A.
+ */
+#include "chip/register_table.h"
 
 #include <iterator>
 
-#include "chip/fixed_table.h"
 #include "chip/i2c_access.h"
 #include "chip/multisynth.h"
-#include "trim/channels.h"
+#include "chip/outputs.h"
 
 /* Registers by the chip's published numbers, in the order in which they are written. */
 // clang-format off
@@ -42,31 +42,28 @@ static constexpr REGISTER_ROW_T si5351a_revb_registers_24576[] = {
 // clang-format on
 static_assert(std::size(si5351a_revb_registers_24576) == 71, "every register of the table");
 
+/* Bring-up sets PLL A a second time, by its ratio. Both ways must give the same registers, or all
+ * outputs would jump. */
+static constexpr bool table_sets_pll_a()
+{
+    const DIVIDER_BLOCK_T block = pack_divider(divide_by(PLL_A_MULT, PLL_A_NUM, PLL_A_DENOM), 0);
+    uint32_t found = 0;
+    for (const REGISTER_ROW_T &row : si5351a_revb_registers_24576) {
+        if (row.reg < PLL_A_BLOCK || row.reg >= PLL_A_BLOCK + block.size()) continue;
+        if (row.value != block[row.reg - PLL_A_BLOCK]) return false;
+        found++;
+    }
+    return found == block.size();
+}
+static_assert(table_sets_pll_a(), "registers 26 to 33 hold the ratio of PLL A");
+
 const REGISTER_ROW_T *si5351_reg_map_ptr = nullptr;
 
-static void write_table()
+void write_register_table()
 {
     si5351_reg_map_ptr = si5351a_revb_registers_24576;
     for (size_t i = 0; i < std::size(si5351a_revb_registers_24576); i++) {
         const REGISTER_ROW_T &row = si5351_reg_map_ptr[i];
         i2cSendRegister(static_cast<uint8_t>(row.reg), row.value);
     }
-}
-
-int vx_si5351_init()
-{
-    write_table();
-    setupPLL(PLL_A_BLOCK, 33, 1, 3);
-    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
-        const SI5351_CONF_T &conf = channel_record(ch);
-        Multisynth(channel_rows[ch - 1].block, conf.mult, conf.num, conf.denom, conf.div);
-    }
-    ch_param = {};
-    return 1;
-}
-
-int vx_si5351_start()
-{
-    vx_si5351_init();
-    return 0;
 }

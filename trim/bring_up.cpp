@@ -1,0 +1,24 @@
+/* Bring-up: the register table, PLL A, and then the outputs from the channel records. */
+#include "trim/bring_up.h"
+
+#include "chip/fixed_table.h"
+#include "chip/multisynth.h"
+#include "chip/register_table.h"
+#include "trim/channels.h"
+#include "trim/trim.h"
+
+int vx_si5351_init()
+{
+    write_register_table();
+    setupPLL(PLL_A_BLOCK, PLL_A_MULT, PLL_A_NUM, PLL_A_DENOM);
+    for (const SI5351_CONF_T &conf : stSi5351Conf)
+        write_output(conf);
+    ch_param = {};
+    return 1;
+}
+
+int vx_si5351_start()
+{
+    vx_si5351_init();
+    return 0;
+}

@@ -1,0 +1,41 @@
+/* What is known of a command code: its word and what it does to a channel's trim. */
+#pragma once
+
+#include "trim/commands.h"
+
+enum MOVE_E { NO_MOVE, MOVE_FASTER, MOVE_SLOWER, MOVE_TO_CENTRE };
+
+struct COMMAND_ROW_T {
+    const char *word; // in logs and dumps
+    MOVE_E move;      // one trim step
+};
+
+/* The one place where a command is entered; without a default, a new code without a row does not
+ * build. */
+constexpr COMMAND_ROW_T command_row(VX_SI5351CMD_E code)
+{
+    switch (code) {
+    case VX_SI5351_SET_PARAM:
+        return {"set param", NO_MOVE};
+    case VX_SI5351_SET_INC:
+        return {"increase", MOVE_FASTER};
+    case VX_SI5351_SET_DEC:
+        return {"decrease", MOVE_SLOWER};
+    case VX_SI5351_SET_RESET:
+        return {"reset", MOVE_TO_CENTRE};
+    case VX_FIFO_REPORT:
+        return {"report", NO_MOVE};
+    case VX_SI5351_DUMP:
+        return {"dump", NO_MOVE};
+    }
+    return {"unknonw", NO_MOVE}; // spelled so in every log and dump
+}
+
+/**
+ * @param status  a command code
+ * @return its word in logs and dumps; "unknonw" for a value that is no command code
+ */
+constexpr const char *get_status_si53512(VX_SI5351CMD_E status)
+{
+    return command_row(status).word;
+}
