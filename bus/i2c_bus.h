@@ -1,8 +1,8 @@
-/* The layer over the I2C bus device: open, transfer, close, with the results of the system calls.
- * A program links one of its two implementations: Linux i2c-dev, or the simulated bus. */
+/* The layer over the I2C bus device: open, transfer and close, with the results of the system
+ * calls. There are two of it, and a program links one: Linux i2c-dev, or the simulated bus. */
 #pragma once
 
-// i2c.h before i2c-dev.h, which names its i2c_msg
+// before i2c-dev.h, which uses its i2c_msg
 #include <linux/i2c.h>
 
 #include <linux/i2c-dev.h>

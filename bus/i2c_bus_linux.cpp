@@ -17,5 +17,5 @@ int i2c_bus_transfer(int fd, i2c_rdwr_ioctl_data *transfer)
 
 void i2c_bus_close(int fd)
 {
-    (void)close(fd); // nothing was buffered, nothing can be lost
+    (void)close(fd); // nothing was buffered, so that nothing is lost
 }

@@ -1,8 +1,8 @@
-/* Table-driven clock setting: the sets, and their way into ch_param and from there to the chip.
+/* Table-driven clock setting: the sets of parameters. One goes into ch_param, and then to the chip.
  *
- * Every set follows from one rule: 900 MHz / multisynth output as a + b/c in lowest terms, then P1
- * to P3 as in DIVIDER_T, all in whole numbers. The R divider comes behind the multisynth, so that
- * an offset of the output is one of key x 2^div at the multisynth. */
+ * One rule gives every set: 900 MHz / multisynth output as a + b/c in lowest terms, then P1 to P3
+ * as in DIVIDER_T, all in whole numbers. The R divider comes after the multisynth: an offset of key
+ * Hz at the output is key x 2^div at the multisynth. */
 #include "chip/fixed_table.h"
 
 #include <algorithm>
@@ -99,7 +99,7 @@ static constexpr uint8_t msp_22579000_rows[KEY_COUNT][3] = {
     /* 2400 */ { 15,   11,     7},
 };
 
-/* The 48 kHz family by key and rate; the keys in their order hold for the table above too. */
+/* The 48 kHz family by key and rate. The table above has the same keys in the same order. */
 struct KEY_ROW_T {
     int key_hz;
     DIVIDER_T dividers[3]; // 48000, 96000, 192000
@@ -149,7 +149,7 @@ static const DIVIDER_T *find_divider(const FIXED_RATE_T &rate, int key_hz, OFFSE
     return &rows[msp_22579000_rows[key - keys][column]].divider;
 }
 
-/* A refused key leaves P1 to P3 as they are. */
+/* A refused key does not change P1 to P3. */
 static int store_divider(const FIXED_RATE_T &rate, int key_hz, OFFSET_E direction)
 {
     const DIVIDER_T *divider = find_divider(rate, key_hz, direction);
@@ -162,7 +162,7 @@ static int store_offset(int rate_hz, int key_hz, OFFSET_E direction)
 {
     const FIXED_RATE_T *rate = find_fixed_rate(rate_hz);
     if (rate == nullptr) return 0;
-    ch_param.div = rate->nominal.div; // stays, also when the key is refused
+    ch_param.div = rate->nominal.div; // also when the key is refused
     return store_divider(*rate, key_hz, direction);
 }
 

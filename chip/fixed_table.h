@@ -1,12 +1,12 @@
-/* Table-driven clock setting: puts an output at its nominal frequency, or at an exact number of
- * hertz beside it, from sets worked out beforehand. Bring-up must have PLL A at 900 MHz.
+/* Table-driven clock setting: sets an output to its nominal frequency, or to an exact number of
+ * hertz above or below it, from tables of parameters. PLL A must run at 900 MHz, as after bring-up.
  *
- * The service does not use it: each write of a block pauses 0.8 ms in all, under the engine lock
- * that the caller of every function below holds, and trims by the multisynth ratio do without.
+ * The service does not use it: it trims by the multisynth ratio, without pauses. Here each write of
+ * a block pauses 0.8 ms in all. The caller of every function below holds the engine lock meanwhile.
  *
  * Nominal outputs are 22579000 Hz (44.1 kHz family, 8.9 ppm below 128 x 176400) or 24576000 Hz
- * (48 kHz family) by 4, 2 or 1. An offset is absolute: each call sets nominal plus or minus the
- * key, not a step from where the output is. Keys are 300, 600, ... 2400 Hz of the output. */
+ * (48 kHz family) by 4, 2 or 1. An offset is absolute: each call sets the nominal frequency plus or
+ * minus the key, wherever the output was. Keys are 300, 600, ... 2400 Hz of the output. */
 #pragma once
 
 #include <cstdint>
@@ -20,8 +20,8 @@ struct CH_PARAM_T {
 };
 static_assert(sizeof(CH_PARAM_T) == 16, "four words");
 
-/* The setting last stored, whatever the channel, and what the next write sends. Bring-up clears it.
- * Guarded by the engine lock: a store and its write belong under one hold. */
+/* The setting that was stored last, for any channel, and that the next write sends. Bring-up clears
+ * it. The engine lock guards it: hold the lock from a store to its write. */
 extern CH_PARAM_T ch_param;
 
 /**
@@ -34,9 +34,9 @@ extern CH_PARAM_T ch_param;
 int vx_si5351_set(int ch, int rate);
 
 /**
- * Sets a channel's output to the nominal frequency of a sample rate plus a key. A refused key
- * leaves P1 to P3 in ch_param as they are, a refused rate all of it; the channel's block is written
- * from ch_param in every case.
+ * Sets a channel's output to the nominal frequency of a sample rate plus a key. A refused key does
+ * not change P1 to P3 in ch_param, and a refused rate changes nothing in it. The channel's block is
+ * written from ch_param in every case.
  * @param ch    channel; for any other than 1 to 3 only ch_param is set
  * @param rate  sample rate in Hz
  * @param key   300, 600, ... 2400 Hz
@@ -45,11 +45,11 @@ int vx_si5351_set(int ch, int rate);
 int vx_si5351_param_inc_set(int ch, int rate, int key);
 
 /**
- * The same downwards: nominal frequency minus a key.
+ * The same with the nominal frequency minus a key.
  */
 int vx_si5351_param_dec_set(int ch, int rate, int key);
 
-/* Internal to the driver from here on. */
+/* From here on internal to the driver. */
 
 /* One set of a table of 16; all four are 32-bit words. */
 struct MSP_ROW_T {

@@ -7,7 +7,8 @@
 #include "bus/i2c_bus.h"
 #include "log/log.h"
 
-static constexpr int DATA_LIMIT = 65534; // the message length, one more, is a 16-bit field
+static constexpr int DATA_LIMIT =
+    65534; // the message is one byte longer, and its length a 16-bit field
 
 int g_i2c_fd = -1;
 
@@ -59,7 +60,7 @@ static int write_registers(uint16_t addr, uint8_t reg, const uint8_t *data, int 
 
 int I2C_Device_Write(const char *path, uint16_t addr, uint8_t reg, const uint8_t *data, int len)
 {
-    if (g_i2c_fd < 0) (void)I2C_Init(path); // still closed: the write fails on the descriptor
+    if (g_i2c_fd < 0) (void)I2C_Init(path); // when it stays closed, the write below fails
     if (write_registers(addr, reg, data, len) == 0) return 0;
     LOG_ERROR("I2c_Write Failed at addr=[0x%2x]\n", addr);
     return -2;

@@ -1,4 +1,5 @@
-/* I2C access: the only road to the clock chip. Writes only; nothing is read back. */
+/* I2C access: all that goes to the clock chip goes through here. Writes only; nothing is read
+ * back. */
 #pragma once
 
 #include <cstdint>
@@ -6,25 +7,25 @@
 inline constexpr const char *I2C_BUS_PATH = "/dev/i2c-1";
 inline constexpr uint16_t CHIP_ADDRESS = 0x60; // 7-bit
 
-/* Descriptor of the open bus device, -1 while closed. Guarded by the engine lock, which the caller
- * of every function below holds. */
+/* Descriptor of the open bus device, -1 while closed. The engine lock guards it: the caller of
+ * every function below holds that lock. */
 extern int g_i2c_fd;
 
 /**
- * Opens the bus device; a descriptor that was open is closed once the new one is.
+ * Opens the bus device. A descriptor that was already open is closed after the new one is open.
  * @param path  the bus device
- * @return 0; or -1 for a null path or one that cannot be opened (logged), the open descriptor, if
- *         any, staying in use
+ * @return 0; or -1 for a null path or one that cannot be opened (logged): an open descriptor then
+ *         stays in use
  */
 int I2C_Init(const char *path);
 
 /**
- * Writes consecutive registers in one transaction, opening the bus device first when it is closed.
- * No retry: a failed write leaves the descriptor as it is, for the next one.
+ * Writes consecutive registers in one transaction. Opens the bus device first when it is closed. A
+ * failed write is not tried again, and leaves the descriptor as it is.
  * @param path  bus device, used only when it is not open yet
  * @param addr  chip address, 7 bits; the low 8 bits are sent
  * @param reg   first register
- * @param data  len bytes; may be null when len is 0, which sends the register address alone
+ * @param data  len bytes. May be null when len is 0: then only the register address is sent
  * @param len   0 to 65534
  * @return 0; or -2 when the transfer failed or could not be made (logged)
  */

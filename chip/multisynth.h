@@ -8,8 +8,8 @@
 
 inline constexpr uint8_t PLL_A_BLOCK = 26; // first register of PLL A's feedback divider
 
-/* What a divider block holds of a ratio; the formulas are those of the chip's published register
- * map: P1 = 128 a + floor(128 b/c) - 512, P2 = 128 b - c floor(128 b/c), P3 = c. */
+/* The parameters of a ratio a + b/c as the chip takes them. By its published register map: P1 = 128
+ * a + floor(128 b/c) - 512, P2 = 128 b - c floor(128 b/c), P3 = c. */
 struct DIVIDER_T {
     uint32_t p1; // 18 bits reach the chip
     uint32_t p2; // 20 bits
@@ -26,8 +26,8 @@ using DIVIDER_BLOCK_T = std::array<uint8_t, 8>;
  */
 constexpr DIVIDER_T divide_by(uint8_t mult, uint32_t num, uint32_t denom)
 {
-    /* Single precision on purpose: 1023999/1048575 gives f = 125 here, but 124 in double. The
-     * detour over 64 bits keeps a quotient beyond 32 bits defined. */
+    /* Single precision on purpose: 1023999/1048575 gives f = 125 here, but 124 in double. The cast
+     * goes through 64 bits because a quotient beyond 32 bits would be undefined. */
     const float fraction = static_cast<float>(num) / static_cast<float>(denom);
     const auto f = static_cast<uint32_t>(static_cast<uint64_t>(fraction * 128.0F));
     return {128U * mult - 512U + f, 128U * num - denom * f, denom};
@@ -44,8 +44,7 @@ constexpr DIVIDER_T divide_by(uint8_t mult, uint32_t num, uint32_t denom)
  *   +6  P2 15-8
  *   +7  P2 7-0
  * @param divider  P1, P2 and P3; bits beyond the chip's fields are dropped
- * @param r_bits   bits OR-ed into the third byte, above P1: an output's R divider code in bits 6-4,
- *                 else 0
+ * @param r_bits   more bits of the third byte: an output's R divider code in bits 6-4, else 0
  */
 constexpr DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits)
 {
@@ -60,8 +59,8 @@ constexpr DIVIDER_BLOCK_T pack_divider(const DIVIDER_T &divider, uint8_t r_bits)
 }
 
 /**
- * Writes a block, each register in a transaction of its own, ascending. A register that fails is
- * logged by the bus access, and the next one is written all the same.
+ * Writes a block upwards, each register in a transaction of its own. A register that fails is
+ * logged by the bus access, and the next one is still written.
  * @param reg       first register of the block
  * @param bytes     its content
  * @param pause_us  time to sleep after each register, written or failed

@@ -1,5 +1,5 @@
-/* The register table of bring-up: with it a chip in any state feeds its three outputs from PLL A.
- */
+/* The register table of bring-up. Whatever state the chip was in, after it PLL A feeds the three
+ * outputs. */
 #include "chip/register_table.h"
 
 #include <iterator>
@@ -42,8 +42,8 @@ static constexpr REGISTER_ROW_T si5351a_revb_registers_24576[] = {
 // clang-format on
 static_assert(std::size(si5351a_revb_registers_24576) == 71, "every register of the table");
 
-/* Bring-up sets PLL A a second time, by its ratio. Both ways must give the same registers, or all
- * outputs would jump. */
+/* After the table, bring-up sets PLL A again by its ratio. Both must give the same registers, or
+ * all outputs would jump. */
 static constexpr bool table_sets_pll_a()
 {
     const DIVIDER_BLOCK_T block = pack_divider(divide_by(PLL_A_MULT, PLL_A_NUM, PLL_A_DENOM), 0);

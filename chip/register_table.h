@@ -14,7 +14,6 @@ extern const REGISTER_ROW_T *si5351_reg_map_ptr;
 
 /**
  * Writes the 71 registers of the table, each in a transaction of its own. A register that fails is
- * logged by the bus access, and the next one is written all the same. The caller holds the engine
- * lock.
+ * logged by the bus access, and the next one is still written. The caller holds the engine lock.
  */
 void write_register_table();

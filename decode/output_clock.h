@@ -1,5 +1,6 @@
-/* What a Si5351A makes of its registers: the exact frequency of each output. Pure functions over a
- * register image, written from the chip's register map and from nothing that writes registers. */
+/* What a Si5351A makes of its registers: the exact frequency of each output. Plain functions over a
+ * register image, written from the chip's register map alone: they share nothing with the code that
+ * fills the registers, so that one can check the other. */
 #pragma once
 
 #include <cstdint>
@@ -26,7 +27,7 @@ struct SI5351_CLOCK_T {
  * @param registers  the 256 registers; any content is allowed
  * @param output     0 to 2, for CLK0 to CLK2
  * @return the frequency; 0/1 when the output is disabled or powered down, when a divider on its way
- *         has P3 = 0, when its source is not on this chip, or for any other output number
+ *         has P3 = 0, when its source is not on this chip, or when there is no such output
  */
 SI5351_CLOCK_T decode_output_clock(const uint8_t *registers, int output);
 

@@ -31,13 +31,13 @@ void log_line(int priority, const char *source, unsigned line, const char *forma
     category.log(priority, "%s --[%s:%u]", message, source, line);
 }
 
-/* What a file that failed half-way may have set up goes too, for the root and for our category;
- * log4cpp owns appender and layout. */
+/* A file that failed half-way may have set up something: that goes, for the root and for our
+ * category. log4cpp owns appender and layout. */
 static void log_to_standard_error()
 {
     auto *layout = new log4cpp::PatternLayout();
     layout->setConversionPattern("%d [%p] %m%n");
-    // No stream: one that failed once, on a full disk, stays failed.
+    // A descriptor, because a stream that has failed once, as on a full disk, never writes again.
     const int fd = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0); // the appender closes it
     auto *appender = new log4cpp::FileAppender("standard error", fd);
     appender->setLayout(layout);
@@ -52,7 +52,7 @@ static void log_to_standard_error()
     root.setPriority(log4cpp::Priority::INFO);
 }
 
-/* log4cpp says nothing of a log file that it cannot open; opening all once more tells. */
+/* log4cpp is silent about a log file that it cannot open. Opening all of them again tells. */
 static bool open_log_files()
 {
     return log4cpp::Appender::reopenAll();

@@ -34,7 +34,7 @@ static void hold_channel_and_fifo(SERVICE_T *service)
 
 static void send_text(const SERVICE_T *service, const char *text, size_t length)
 {
-    // Nobody to tell when the sender is gone.
+    // A failure has nobody to go to: the sender is gone.
     (void)vx_udp_send(service->sock, text, static_cast<int>(length), &service->sender);
 }
 
@@ -55,7 +55,8 @@ static bool is_enabled()
     return g_s32EnableSi5351 != 0;
 }
 
-/* The echo goes out before the rate is applied: it confirms receipt, not success. */
+/* The echo goes out before the rate is set: it says that the command has arrived, not that it was
+ * accepted. */
 static void set_rate(SERVICE_T *service)
 {
     (void)sendto(service->sock, &service->message, sizeof(service->message), 0,
@@ -97,23 +98,19 @@ struct SERVICE_ROW_T {
     void (*after_log)(SERVICE_T *service);
 };
 
-/* Without a default, a new code without a row does not build. */
+/* There is no default, so that a new code without a row does not build. */
 static SERVICE_ROW_T service_row(VX_SI5351CMD_E cmd)
 {
+    // clang-format off
     switch (cmd) {
-    case VX_SI5351_SET_PARAM:
-        return {hold_channel_and_rate, set_rate};
-    case VX_SI5351_SET_INC:
-        return {hold_channel_and_rate, trim_channel};
-    case VX_SI5351_SET_DEC:
-        return {hold_channel_and_rate, trim_channel};
-    case VX_SI5351_SET_RESET:
-        return {hold_channel_and_rate, trim_channel};
-    case VX_FIFO_REPORT:
-        return {hold_channel_and_fifo, report_fifo};
-    case VX_SI5351_DUMP:
-        return {send_dump, do_nothing};
+    case VX_SI5351_SET_PARAM: return {hold_channel_and_rate, set_rate};
+    case VX_SI5351_SET_INC:   return {hold_channel_and_rate, trim_channel};
+    case VX_SI5351_SET_DEC:   return {hold_channel_and_rate, trim_channel};
+    case VX_SI5351_SET_RESET: return {hold_channel_and_rate, trim_channel};
+    case VX_FIFO_REPORT:      return {hold_channel_and_fifo, report_fifo};
+    case VX_SI5351_DUMP:      return {send_dump, do_nothing};
     }
+    // clang-format on
     return {log_unknown, do_nothing};
 }
 
@@ -138,7 +135,7 @@ int udp_socket_create(const char *ip, int port)
 {
     if (ip == nullptr) return -1;
     int sock = vx_create_sock(VX_SOCK_DATAGRAM);
-    if (sock >= FD_SETSIZE) vx_close_socket(&sock); // none that vx_select can wait for
+    if (sock >= FD_SETSIZE) vx_close_socket(&sock); // vx_select cannot wait for it
     if (sock < 1) {
         LOG_ERROR("create socket<%s:%d> err", ip, port);
         return -1;

@@ -18,29 +18,28 @@ int udp_socket_create(const char *ip, int port);
  * Opens the I2C bus device, binds the command socket and serves datagrams forever. While the
  * socket cannot be made (logged), it tries again every 2 s.
  *
- * Datagrams are handled strictly in the order of their arrival: a set-param waits for what came
- * before it, 30 ms for each dump and much less for each other command, and for nothing that came
- * behind it. What the socket's buffer cannot hold is dropped by the kernel, which counts it in
- * /proc/net/udp.
+ * Datagrams are handled strictly in the order of their arrival. A command waits for those that came
+ * before it: 30 ms for each dump, much less for each other one. When the socket's buffer is full,
+ * the kernel drops what comes; it counts these in /proc/net/udp.
  */
 void si5351_svr_start();
 
-/* Internal to the service from here on. */
+/* From here on internal to the service. */
 
 /* What the loop keeps from one datagram to the next. */
 struct SERVICE_T {
     int sock;
-    SI5351_MSG_T message; // bytes that a short datagram does not reach keep the earlier content
+    SI5351_MSG_T message; // a short datagram leaves the rest as the earlier ones left it
     sockaddr_in sender;   // of the last datagram
-    int32_t ch;           // held values: as last carried by a command that carries them
+    int32_t ch;           // held values: those of the last command that had them
     int32_t rate_hz;
     int32_t fifo_total;
     int32_t fifo_used;
 };
 
 /**
- * One pass of the loop: waits for a datagram, at most 2 s, and acts on it as the table of commands
- * says. Takes the engine lock.
- * @param service  zeroes but for its socket before the first pass
+ * One pass of the loop: waits for a datagram, at most 2 s, and does what its command says. Takes
+ * the engine lock.
+ * @param service  all zero except its socket before the first pass
  */
 void serve_datagram(SERVICE_T *service);

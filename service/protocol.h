@@ -13,7 +13,7 @@
 inline constexpr const char *SERVICE_IP = "127.0.0.1";
 inline constexpr int SERVICE_PORT = 11000;
 
-/* One command datagram, in the machine's byte order. A sender may leave trailing words away. */
+/* One command datagram, in the machine's byte order. A sender may leave out words at the end. */
 struct SI5351_MSG_T {
     uint32_t cmd;    // VX_SI5351CMD_E
     int32_t ch;      // channel, 1 to 3

@@ -13,13 +13,13 @@
 /* One channel. Its output runs at 900 MHz / (mult + num / denom) / 2^div: larger num, slower
  * clock. */
 struct SI5351_CONF_T {
-    int32_t ch;            // 1 to 3, the position in the table plus one
-    int32_t rate;          // sample rate in Hz; keeps a refused one, until a supported one is set
-    int32_t value;         // the numerator last worked out: num, or 0 after a refused rate
-    int32_t xValue;        // learned centre numerator, 0: none
-    int32_t defVal;        // nominal numerator of the rate, centre of the trim range
-    int32_t count;         // trim position in steps, -24 (fastest) to 24
-    int32_t step;          // change of the numerator per trim step
+    int32_t ch;     // 1 to 3, the position in the table plus one
+    int32_t rate;   // sample rate in Hz; a refused one stays here until a supported one is set
+    int32_t value;  // the numerator in use: num; but 0 after a refused rate
+    int32_t xValue; // learned centre numerator, 0: none
+    int32_t defVal; // nominal numerator of the rate, centre of the trim range
+    int32_t count;  // trim position in steps, -24 (fastest) to 24
+    int32_t step;   // change of the numerator per trim step
     VX_SI5351CMD_E status; // last command addressed to the channel
     int32_t fifoTotal;     // FIFO size last reported by the client, in its own unit
     int32_t fifoUsed;      // FIFO fill last reported with it
@@ -57,7 +57,7 @@ extern std::atomic<int64_t> si5351pid;
  */
 SI5351_CONF_T &channel_record(int32_t ch);
 
-/* Records and trim steps as they stand at one instant, to be formatted outside the lock. */
+/* Records and trim steps of one instant, to be formatted outside the lock. */
 struct STATE_T {
     std::array<SI5351_CONF_T, CHANNEL_COUNT> records;
     std::array<int32_t, RATE_COUNT> steps;

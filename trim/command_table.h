@@ -10,24 +10,20 @@ struct COMMAND_ROW_T {
     MOVE_E move;      // one trim step
 };
 
-/* The one place where a command is entered; without a default, a new code without a row does not
- * build. */
+/* The one place where a command is entered. There is no default, so that a new code without a row
+ * does not build. */
 constexpr COMMAND_ROW_T command_row(VX_SI5351CMD_E code)
 {
+    // clang-format off
     switch (code) {
-    case VX_SI5351_SET_PARAM:
-        return {"set param", NO_MOVE};
-    case VX_SI5351_SET_INC:
-        return {"increase", MOVE_FASTER};
-    case VX_SI5351_SET_DEC:
-        return {"decrease", MOVE_SLOWER};
-    case VX_SI5351_SET_RESET:
-        return {"reset", MOVE_TO_CENTRE};
-    case VX_FIFO_REPORT:
-        return {"report", NO_MOVE};
-    case VX_SI5351_DUMP:
-        return {"dump", NO_MOVE};
+    case VX_SI5351_SET_PARAM: return {"set param", NO_MOVE};
+    case VX_SI5351_SET_INC:   return {"increase",  MOVE_FASTER};
+    case VX_SI5351_SET_DEC:   return {"decrease",  MOVE_SLOWER};
+    case VX_SI5351_SET_RESET: return {"reset",     MOVE_TO_CENTRE};
+    case VX_FIFO_REPORT:      return {"report",    NO_MOVE};
+    case VX_SI5351_DUMP:      return {"dump",      NO_MOVE};
     }
+    // clang-format on
     return {"unknonw", NO_MOVE}; // spelled so in every log and dump
 }
 

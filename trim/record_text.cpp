@@ -46,7 +46,7 @@ WRITE_E write_text_file(const char *path, int flag, const char *text, size_t len
 {
     const int fd = open(path, O_RDWR | O_CREAT | flag | O_NOFOLLOW | O_CLOEXEC, 0666);
     if (fd < 0) return NOT_OPENED;
-    errno = ENOSPC; // what a write that ends early means
+    errno = ENOSPC; // the reason when a write ends early without one
     const bool whole = write(fd, text, length) == static_cast<ssize_t>(length);
     const int failure = errno;
     const bool closed = close(fd) == 0;

@@ -29,8 +29,8 @@ static bool has_channel(const SI5351_CONF_T *conf)
     return false;
 }
 
-/* base + count * step in 32 bits: the console takes any step size, and a far too large one must
- * wrap around as the chip's own field does, not be undefined. */
+/* base + count * step in 32 bits. The console takes any step size: a far too large one wraps around
+ * here, where signed numbers would be undefined. */
 static int32_t move_num(int32_t base, int32_t count, int32_t step)
 {
     return static_cast<int32_t>(static_cast<uint32_t>(base) +
@@ -135,16 +135,14 @@ static void step_to_centre(SI5351_CONF_T *conf)
 
 static void move_channel(SI5351_CONF_T *conf, MOVE_E move)
 {
+    // clang-format off
     switch (move) {
-    case MOVE_FASTER:
-        return step_channel(conf, FASTER);
-    case MOVE_SLOWER:
-        return step_channel(conf, SLOWER);
-    case MOVE_TO_CENTRE:
-        return step_to_centre(conf);
-    case NO_MOVE:
-        return;
+    case MOVE_FASTER:    return step_channel(conf, FASTER);
+    case MOVE_SLOWER:    return step_channel(conf, SLOWER);
+    case MOVE_TO_CENTRE: return step_to_centre(conf);
+    case NO_MOVE:        return;
     }
+    // clang-format on
 }
 
 void drive_channel(int32_t ch, VX_SI5351CMD_E command, bool reaches_chip)

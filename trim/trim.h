@@ -20,8 +20,8 @@ void drive_channel(int32_t ch, VX_SI5351CMD_E command, bool reaches_chip);
  */
 void write_output(const SI5351_CONF_T &conf);
 
-/* From here on the same by single calls. A trim takes two: a step in the record, and on its result
- * 0 the write to the chip. */
+/* From here on the single calls. A trim takes two: a step in the record and, when that gave 0, the
+ * write to the chip. */
 
 /**
  * Moves a channel one trim step towards a faster clock, in the record only.
@@ -75,8 +75,8 @@ int vx_si5351_decrease(int32_t ch);
 int vx_si5351_reset_chn2(int32_t ch);
 
 /**
- * Resets every channel whose last command was a reset by one step, and marks those whose value
- * is 0 as set.
+ * Moves every channel whose last command was a reset one more step towards its centre. A channel
+ * whose value is then 0 gets the status of a rate change.
  */
 void handle_reset_stat();
 
