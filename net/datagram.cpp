@@ -28,7 +28,7 @@ int vx_create_sock(int kind)
 int vx_bind_sock(int fd, uint32_t ip, int port)
 {
     const int on = 1;
-    if (fd > 0) (void)setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)); // bind will tell
+    if (fd > 0) (void)setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on)); // the bind decides
 
     const sockaddr_in addr = net_ipv4(htonl(ip), static_cast<uint16_t>(port));
     return bind(fd, net_plain(&addr), sizeof(addr)) < 0 ? -1 : 0;
@@ -53,13 +53,13 @@ int vx_set_sock_block(int fd)
 int vx_close_socket(int *fd)
 {
     if (fd == nullptr || *fd <= 0) return -1;
-    (void)close(*fd); // the descriptor is gone whatever close says
+    (void)close(*fd); // the descriptor is free again whatever the result
     *fd = -1;
     return 0;
 }
 
-/* Fills the set with every descriptor above 0; returns the largest, or -1 for none or one too large
- * for a set. */
+/* Fills the set with every descriptor above 0. Returns the largest, or -1 when there is none or one
+ * is too large for a set. */
 static int watch_descriptors(const int *fds, int count, fd_set *set)
 {
     int largest = -1;
@@ -74,7 +74,7 @@ static int watch_descriptors(const int *fds, int count, fd_set *set)
 
 int vx_select(const int *fds, int count, int mode, int timeout_ms)
 {
-    if (fds == nullptr || count < 0) return -1;
+    if (fds == nullptr) return -1;
     fd_set watched;
     FD_ZERO(&watched);
     const int largest = watch_descriptors(fds, count, &watched);
@@ -107,7 +107,7 @@ int vx_udp_recv(int fd, void *buf, int size, int wanted, sockaddr_in *from, sock
 {
     if (buf == nullptr || size <= 0 || wanted > size) return -1;
     int waiting = 0;
-    (void)ioctl(fd, FIONREAD, &waiting); // a bad descriptor shows at the receive
+    (void)ioctl(fd, FIONREAD, &waiting); // a bad descriptor fails at the receive
     if (waiting > size) {
         (void)printf("socket buffer len[%ld] > bufSize[%d] error\n", static_cast<long>(waiting),
                      size);
@@ -171,6 +171,6 @@ int vx_udp_send_data(const char *to, int port, const void *data, int len)
     const sockaddr_in addr = net_ipv4(htonl(vx_ip_a2n(to)), static_cast<uint16_t>(port));
     if (vx_udp_send(fd, data, len, &addr) != len)
         (void)printf("send data error:%s\n", strerror(errno));
-    (void)vx_close_socket(&fd); // refuses only a descriptor of 0, which stays open
+    (void)vx_close_socket(&fd); // a descriptor of 0 stays open
     return 0;
 }

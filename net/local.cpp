@@ -26,14 +26,14 @@ static const sockaddr *plain(const sockaddr_un *addr)
     return reinterpret_cast<const sockaddr *>(addr);
 }
 
-/* A socket bound to a path, in place of whatever file was there. */
+/* A socket bound to a path; a file of that path is removed first. */
 static int bound_socket(int kind, const char *path)
 {
     if (path == nullptr) return -1;
     int fd = vx_create_sock(kind);
     if (fd < 0) return -1;
     const sockaddr_un addr = local_address(path);
-    (void)unlink(addr.sun_path); // mostly there is none
+    (void)unlink(addr.sun_path); // usually there is none
     if (bind(fd, plain(&addr), sizeof(addr)) == 0) return fd;
     (void)vx_close_socket(&fd);
     return -1;

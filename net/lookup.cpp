@@ -21,14 +21,14 @@ static constexpr int IPV4_TEXT_SIZE = 16;
 static constexpr int WAN_LIMIT_MS = 15000; // for each connect, and for the reply
 static constexpr int WAN_PAGE_SIZE = 10240;
 
-/* Row's path, its host name, and that again. */
+/* Takes the path of a row, then its host name twice. */
 static constexpr const char *WAN_REQUEST =
     "GET %s HTTP/1.1\r\nAccept: */*\r\nReferer: http://%s/\r\nAccept-Language: zh-cn\r\n"
     "Accept-Encoding: gzip, deflate\r\n"
     "User-Agent: Mozilla/4.0 (compatible; Win32; WinHttp.WinHttpRequest.5)\r\nHost:%s\r\n"
     "Connection: Keep-Alive\r\n\r\n";
 
-/* One echo request as sent, in the machine's byte order:
+/* One echo request as it is sent, numbers in the machine's byte order:
  *   0 type   1 code   2 checksum   4 identifier   6 sequence   8 time of sending   24 zeros */
 struct ECHO_T {
     uint8_t type, code;
@@ -48,11 +48,11 @@ VX_WAN_SOURCES_T stWanSources = {
 
 uint16_t cal_chksum(const void *data, int len)
 {
-    if (data == nullptr) return 0xFFFF; // as for no data
+    if (data == nullptr) return 0xFFFF; // the sum of no data
     const auto *bytes = static_cast<const uint8_t *>(data);
     uint32_t sum = 0;
     for (; len > 0; len -= 2, bytes += 2) {
-        uint16_t word = 0; // a last odd byte comes first in memory, then a 0
+        uint16_t word = 0; // a last odd byte is the first in memory, then a 0
         memcpy(&word, bytes, len > 1 ? 2 : 1);
         sum += word;
     }
@@ -83,12 +83,12 @@ static bool send_echo(int fd, const char *to, timeval limit)
 {
     if (setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit)) < 0) return false;
     sockaddr_in addr = net_ipv4(INADDR_ANY, 0);
-    (void)inet_pton(AF_INET, to, &addr.sin_addr); // no address: stays 0.0.0.0
+    (void)inet_pton(AF_INET, to, &addr.sin_addr); // no address: 0.0.0.0
     const ECHO_T echo = build_echo();
     return sendto(fd, &echo, sizeof(echo), 0, net_plain(&addr), sizeof(addr)) > 0;
 }
 
-/* Receives one packet, IP header included, and says whether it answers our request. */
+/* Receives one packet with its IP header. True when it answers our request. */
 static bool receive_echo(int fd, const char *to)
 {
     uint8_t packet[PING_REPLY_SIZE];
@@ -140,7 +140,7 @@ static int connect_source(int row)
     return -1;
 }
 
-/* Asks one source for its page; returns the bytes received, 0 or below for none. */
+/* Asks one source for its page. Returns the bytes received; 0 or below: none. */
 static int fetch_page(int fd, int row, char *page, int size)
 {
     const char *host = stWanSources.webUrl[row];

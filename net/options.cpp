@@ -13,7 +13,7 @@
 static constexpr int ON = 1;
 static_assert(sizeof(timeval) == 16 && sizeof(ifreq) == 40, "sizes the options are passed with");
 
-/* Passes a value as it lies in memory; most options take an int. */
+/* Passes the bytes of a value to the system; most options take an int. */
 template <typename VALUE> static int set_option(int fd, int level, int option, const VALUE &value)
 {
     return setsockopt(fd, level, option, &value, sizeof(value));

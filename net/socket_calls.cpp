@@ -12,7 +12,7 @@ timeval net_split_ms(int limit_ms)
     return {seconds, (limit_ms - seconds * 1000) * 1000};
 }
 
-/* On failure the system leaves the sets as they were, so they serve again. */
+/* After a failure the sets are as they were, so the next round uses them again. */
 int net_select(int count, fd_set *readable, fd_set *writable, fd_set *exceptional, timeval *limit)
 {
     int ready;
@@ -42,7 +42,7 @@ bool net_retry(NET_RETRY_T *retry)
         return false;
     }
     retry->made++;
-    (void)usleep(retry->pause_us); // a signal may cut it short: the pauses are counted, not timed
+    (void)usleep(retry->pause_us); // a signal ends it early: pauses are counted, not timed
     return true;
 }
 
@@ -55,7 +55,7 @@ int net_recv(int fd, void *buf, int goal, bool whole, NET_RETRY_T *retry, sockad
     while (total < goal) {
         char *rest = static_cast<char *>(buf) + total;
         const auto size = static_cast<size_t>(goal - total);
-        if (with_sender) *from_len = room; // the previous receive put an address length there
+        if (with_sender) *from_len = room; // the last receive put an address length there
         const ssize_t count = with_sender ? recvfrom(fd, rest, size, 0, net_plain(from), from_len)
                                           : recv(fd, rest, size, 0);
         if (count == 0) return -1;

@@ -15,18 +15,18 @@
 static constexpr useconds_t SEND_PAUSE_US = 1000;
 static constexpr int SEND_PAUSES = 1000; // per call, or per piece
 static constexpr useconds_t RECV_PAUSE_US = 10000;
-static constexpr int RECV_PAUSES = 500; // since the last progress
-static constexpr int SHORT_SENDS = 3;   // in a row, then a blocking send gives up
+static constexpr int RECV_PAUSES = 500; // since the last bytes came
+static constexpr int SHORT_SENDS = 3;   // in a row, after which a blocking send gives up
 
-// Pauses in seconds after a socket that could not be made, before the next answer.
+// Pauses in seconds when the system gives no socket, before the next answer.
 static constexpr unsigned BLOCK_CONNECT_PAUSE_S = 1;
 static constexpr unsigned NOBLOCK_CONNECT_PAUSE_S = 3;
 static constexpr unsigned LISTEN_PAUSE_S = 3;
 
-/* The resolver's answers for a host and a service, any family; they free themselves. */
+/* The resolver's answers for a host and a service, of any family; freed at the end of its scope. */
 using ANSWERS = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-/* What came of binding a socket locally before its connect. */
+/* Result of binding a socket to a local address before its connect. */
 enum LOCAL_BIND_E { LOCAL_BOUND, LOCAL_REFUSED, LOCAL_UNKNOWN };
 
 int Listen(int fd, int backlog)
@@ -50,7 +50,7 @@ static ANSWERS resolve(const char *host, const char *service, int flags)
     return {answers, freeaddrinfo};
 }
 
-/* A socket that suits an answer, or -1 after a pause. */
+/* A socket of the kind that an answer needs; -1, after a pause, when the system gives none. */
 static int make_socket(const addrinfo *answer, unsigned pause_s)
 {
     const int fd = socket(answer->ai_family, answer->ai_socktype, answer->ai_protocol);
@@ -60,7 +60,7 @@ static int make_socket(const addrinfo *answer, unsigned pause_s)
 
 static bool bind_to(int fd, const addrinfo *answer)
 {
-    (void)vx_set_sock_attr(fd, 1, 0, 0, 0, 0); // address reuse; the bind will tell
+    (void)vx_set_sock_attr(fd, 1, 0, 0, 0, 0); // address reuse; the bind decides
     return bind(fd, answer->ai_addr, answer->ai_addrlen) == 0;
 }
 
@@ -74,7 +74,7 @@ int vx_tcp_listen(const char *host, const char *service, socklen_t *addr_len)
             (void)vx_close_socket(&fd);
             continue;
         }
-        (void)Listen(fd, NET_BACKLOG); // prints its failure; the socket is bound all the same
+        (void)Listen(fd, NET_BACKLOG); // prints a failure; the socket is returned all the same
         if (addr_len != nullptr) *addr_len = answer->ai_addrlen;
         return fd;
     }
@@ -113,8 +113,8 @@ static bool connect_to(int fd, const addrinfo *answer, timeval *limit)
     return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &len) == 0 && error == 0;
 }
 
-/* Connects to the first answer that takes it. A limit makes the sockets non-blocking, is shared by
- * all answers and counted down; without one they block. */
+/* Connects to the first answer that takes the connection. With a limit, which is counted down over
+ * all answers, the sockets do not block; without one they do. */
 static int connect_any(const char *local_host, const char *local_service, const char *host,
                        const char *service, timeval *limit)
 {
@@ -126,7 +126,7 @@ static int connect_any(const char *local_host, const char *local_service, const 
         if (fd < 0) continue;
         if (limit != nullptr) {
             (void)vx_set_sock_noblock(fd); // a descriptor of 0 stays blocking
-            (void)vx_set_sock_nodelay(fd); // a slower connection is still one
+            (void)vx_set_sock_nodelay(fd); // the connection works without it
         }
         LOCAL_BIND_E local = LOCAL_BOUND;
         if (local_service != nullptr) local = bind_locally(fd, local_host, local_service);

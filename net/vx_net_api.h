@@ -1,10 +1,17 @@
 /* The socket helper library: plain functions over integer descriptors, for programs on this board.
  *
- * Throughout, a descriptor of 0 or below stands for no socket: it is never closed, switched or
- * watched. IPv4 addresses are numbers in host byte order (127.0.0.1 is 0x7F000001) and ports are in
- * host byte order, unless a function says otherwise. 0 or a count is success, -1 failure; errno
- * stays as the failing system call left it. Messages go to standard output. No function keeps
- * state, takes a lock or raises SIGPIPE; threads may call them at once on descriptors of their own.
+ * This holds for every function that does not say otherwise:
+ * - A descriptor of 0 or below stands for no socket: it is never closed, switched or watched.
+ * - IPv4 addresses are numbers in host byte order (127.0.0.1 is 0x7F000001), ports are in host byte
+ *   order. Inside a sockaddr_in both are in network byte order.
+ * - 0 or a count is success, -1 is failure. errno is not always the reason: a refused argument does
+ *   not set it, and what follows a failure (a close, a message, the next attempt) may change it.
+ * - Messages go to standard output. They raise SIGPIPE when that is a pipe without a reader; no
+ *   send raises it.
+ * - A signal does not shorten a wait that has a time limit. Pauses between attempts are counted,
+ *   not timed: each may take longer than it says, and a signal ends it early.
+ * - Nothing is kept between calls and no lock is taken: threads may call at once, each with
+ *   descriptors of its own.
  */
 #pragma once
 
@@ -19,7 +26,7 @@
 
 // ---- Sockets and readiness
 
-/* Kinds of vx_create_sock. */
+/* Kinds for vx_create_sock. */
 inline constexpr int VX_SOCK_STREAM = 1;
 inline constexpr int VX_SOCK_DATAGRAM = 2;
 
@@ -40,7 +47,7 @@ int vx_create_sock(int kind);
  * @param fd    socket; stays open on failure
  * @param ip    local address, host byte order; INADDR_ANY for all
  * @param port  local port, host byte order, of which the low 16 bits count; 0 for any free one
- * @return 0 bound, -1 the system refused
+ * @return 0 bound, -1 the system refused it
  */
 int vx_bind_sock(int fd, uint32_t ip, int port);
 
@@ -61,15 +68,16 @@ int vx_set_sock_block(int fd);
 int vx_close_socket(int *fd);
 
 /**
- * Waits until a descriptor of a list is ready; a signal does not shorten the wait.
+ * Waits until a descriptor of a list is ready.
  * @param fds         descriptors, 1 to 1023; those of 0 or below are skipped
  * @param count       how many
- * @param mode        bits: 1 readable, 2 writable, 4 exceptional condition. All are waited for, but
- *                    only the lowest bit given is reported on; without any the time is waited out
- * @param timeout_ms  at most so long, in milliseconds; 0 or below: without limit
+ * @param mode        bits: 1 readable, 2 writable, 4 exceptional condition. The wait is for all
+ *                    bits given, the report for the lowest one only. Without any bit the call
+ *                    waits until the time has run out
+ * @param timeout_ms  longest wait in milliseconds; 0 or below: forever
  * @return the first descriptor of the list that is ready, OR 0x10000 when readable, 0x20000 when
  *         writable, 0x40000 when exceptional (the mode bit 16 places up);
- *         0 time ran out, or only what is not reported on is ready;
+ *         0 the time ran out, or only something else than what is reported is ready;
  *         -1 null, negative count, nothing to watch, a descriptor of 1024 or more, or a failed wait
  */
 int vx_select(const int *fds, int count, int mode, int timeout_ms);
@@ -77,36 +85,43 @@ int vx_select(const int *fds, int count, int mode, int timeout_ms);
 // ---- Datagrams
 
 /**
- * Receives one datagram, or a number of bytes out of several. When nothing waits on a non-blocking
- * socket, it tries once more after 1 ms.
+ * Receives one datagram, or a number of bytes from several. When a socket has nothing, or a signal
+ * came, it tries once more after 1 ms; a blocking socket waits for a datagram first.
  * A datagram larger than the buffer prints "socket buffer len[%ld] > bufSize[%d] error" and stays
- * where it is: the caller disposes of it, or meets it again.
+ * first in the socket: the caller must take it away, or meets it again at the next call. Only the
+ * datagram that is first at the start of the call is looked at.
+ * With a wanted length, datagrams are put one behind the other until so many bytes are there. If
+ * the last one is longer than what is still wanted, its other bytes are lost without a message. A
+ * result of -1 discards the bytes that had already arrived.
  * @param fd        datagram socket
  * @param buf       room for the data
  * @param size      that room in bytes, above 0
  * @param wanted    0 or below: one datagram; else so many bytes, at most size
- * @param from      sender's address, IPv4; null, or filled when from_len is given too
+ * @param from      for the sender of the last datagram, IPv4, address and port in network byte
+ *                  order; may be null, and stays as it is when from_len is null
  * @param from_len  room at from in bytes, then the length of the address; may be null
- * @return bytes received, with wanted possibly fewer when no more come; 0 nothing there;
- *         -1 bad arguments, a datagram of 0 bytes or one too large, or a failed receive
+ * @return bytes received, fewer than wanted when no more came; 0 nothing came;
+ *         -1 bad arguments, a datagram of 0 bytes, the first datagram too large, or a failed
+ *         receive
  */
 int vx_udp_recv(int fd, void *buf, int size, int wanted, sockaddr_in *from, socklen_t *from_len);
 
 /**
- * Receives once, without looking at the size first and without a second attempt; what the buffer
- * does not hold of a datagram is lost. Arguments as vx_udp_recv.
+ * Receives one datagram, without a look at its size first and without a second attempt. Of a
+ * datagram longer than wanted (or than the buffer, without a wanted length), the other bytes are
+ * lost. Arguments as vx_udp_recv.
  * @return bytes received; 0 nothing there, a signal, or a datagram of 0 bytes;
  *         -1 bad arguments or a failed receive
  */
 int vx_udp_recv2(int fd, void *buf, int size, int wanted, sockaddr_in *from, socklen_t *from_len);
 
 /**
- * Sends data to an IPv4 address. While the socket cannot take it, tries up to three times more, at
- * 1 ms each.
+ * Sends data to an IPv4 address. While the socket cannot take it, tries up to three times more,
+ * after 1 ms each.
  * @param fd    datagram socket
  * @param data  bytes to send
  * @param len   how many
- * @param to    destination
+ * @param to    destination, address and port in network byte order
  * @return len; 0 nothing sent, for no socket, no data or no destination; -1 failed
  */
 int vx_udp_send(int fd, const void *data, int len, const sockaddr_in *to);
@@ -118,46 +133,48 @@ int vx_udp_send(int fd, const void *data, int len, const sockaddr_in *to);
  * @param port  destination port, 1024 to 65535
  * @param data  bytes to send
  * @param len   how many, above 0
- * @return 0 tried, whether or not it was sent; -1 bad arguments, or no socket to be had
+ * @return 0 tried, whether or not it was sent; -1 bad arguments, or no socket
  */
 int vx_udp_send_data(const char *to, int port, const void *data, int len);
 
 // ---- IPv4 addresses
 
 /**
- * Turns a dotted address or a host name into a number; a name may ask the resolver and wait for it.
+ * Turns a dotted address or a host name into a number. For a name it asks the resolver and waits.
  * Prints "getaddrinfo error: %s" with the resolver's text when a name has no address.
- * @return the address in host byte order; 0xFFFFFFFF when there is none (which is also the number
- *         of 255.255.255.255) or for null
+ * @return the address in host byte order; 0xFFFFFFFF when there is none, or for null. That is also
+ *         the number of 255.255.255.255
  */
 uint32_t vx_ip_a2n(const char *text);
 
 /**
  * Writes an address as dotted text.
  * @param ip    address, host byte order
- * @param buf   cleared, then filled; left empty when the text does not fit (16 bytes always do)
+ * @param buf   cleared, then filled; stays empty when the text does not fit (16 bytes are always
+ *              enough)
  * @param size  bytes at buf; with 0 or below nothing is written
  * @return 0, or -1 for null
  */
 int vx_ip_n2a(uint32_t ip, char *buf, int size);
 
-// ---- Options. Integers are passed to the system as they are; -1 as a result leaves errno's
-// reason.
+// ---- Options. Integers are passed to the system as they are.
 
 /**
- * Sets a group of options; an option whose value is 0 is left as it is. One that fails does not
- * keep the others from being set.
+ * Sets a group of options. An option whose value is 0 stays as it is. When one fails, the others
+ * are set all the same.
  * @param fd         socket
  * @param reuse      SO_REUSEADDR
- * @param send_ms    send time limit in milliseconds; with 0 the receive limit is not set either
- * @param recv_ms    receive time limit in milliseconds; 0, beside a send limit: no limit
+ * @param send_ms    send time limit in milliseconds; 0: neither limit is set. Negative: fails, or
+ *                   in whole seconds (-1000) makes sends not wait at all
+ * @param recv_ms    receive time limit in milliseconds, counts only with a send limit; 0: no limit.
+ *                   Negative as for send_ms
  * @param send_size  send buffer in bytes
  * @param recv_size  receive buffer in bytes
  * @return 0 all set, -1 no socket or at least one failed
  */
 int vx_set_sock_attr(int fd, int reuse, int send_ms, int recv_ms, int send_size, int recv_size);
 
-/** Makes a close reset the connection and drop what is unsent (linger on, time 0).
+/** Makes a close reset the connection and drop what is not sent yet (linger on, time 0).
  * @return 0, or -1 for no socket or a failure */
 int vx_sock_set_linger(int fd);
 
@@ -165,8 +182,8 @@ int vx_sock_set_linger(int fd);
 int vx_sock_unset_linger(int fd);
 
 /**
- * Ties a socket to one network interface; mostly needs the right to open raw sockets.
- * @param name  name of the interface, of which the first 16 characters are passed on
+ * Ties a socket to one network interface; may need the right to open raw sockets.
+ * @param name  name of the interface; the first 16 characters count
  * @return the system's result: 0, or -1; -1 for null
  */
 int vx_sock_bind_interface(int fd, const char *name);
@@ -181,20 +198,21 @@ int vx_get_sock_port(int fd);
 /** Sends small pieces of a TCP stream at once. @return 0, or -1 for no socket or a failure */
 int vx_set_sock_nodelay(int fd);
 
-/** Probes an idle connection. @return 0, or -1 for no socket or a failure */
+/** Lets the system check whether the peer of an idle connection is still there.
+ * @return 0, or -1 for no socket or a failure */
 int vx_set_sock_keepalive(int fd);
 
 /** Allows sending to broadcast addresses. @return 0, or -1 */
 int vx_set_sock_boardcast(int fd);
 
-/** Keeps multicasts from coming back to the machine that sends them. @return 0, or -1 */
+/** Keeps multicasts of this socket from being heard on this machine. @return 0, or -1 */
 int vx_set_sock_multicast_noloop(int fd);
 
 /**
  * Joins a multicast group.
  * @param group         group address as dotted text
  * @param interface_ip  address of the local interface in network byte order; 0 for any
- * @return 0, or -1; -1 for null
+ * @return 0, or -1 for null or a failure
  */
 int vx_set_sock_multi_membership(int fd, const char *group, uint32_t interface_ip);
 
@@ -202,15 +220,15 @@ int vx_set_sock_multi_membership(int fd, const char *group, uint32_t interface_i
  * Leaves a multicast group, on the interface that routes to it.
  * Prints "setsockopt IP_DROP_MEMBERSHIP errno:%d info:%s" on failure.
  * @param group  group address as dotted text
- * @return 0, or -1; -1 for null, which prints nothing
+ * @return 0, or -1 for null (prints nothing) or a failure
  */
 int vx_set_sock_rm_multi_membership(int fd, const char *group);
 
-// ---- Stream sockets. Hosts are dotted or IPv6 addresses or names, services port numbers or names.
-// The environment variable LISTENQ, a decimal number, overrides the backlog of every listen.
+// ---- Stream sockets. A host is an IPv4 or IPv6 address or a name, a service a port number or a
+// name. The environment variable LISTENQ, a decimal number, replaces the backlog of every listen.
 
 /**
- * Listens on a bound socket. Prints "dbg line %d %d" with descriptor and backlog when refused.
+ * Listens on a bound socket. Prints "dbg line %d %d" with descriptor and backlog when it fails.
  * @param backlog  connections that may wait to be accepted
  * @return 0, or -1 for no socket (prints nothing) or a failure
  */
@@ -218,9 +236,10 @@ int Listen(int fd, int backlog);
 
 /**
  * Makes a listening socket on the first of the resolver's answers that can be bound, with address
- * reuse and a backlog of 1024. A refused listen prints as Listen does, and the bound socket is
+ * reuse and a backlog of 1024. A failed listen prints as Listen does, and the bound socket is
  * returned all the same. Where the system gives no socket, sleeps 3 s before the next answer.
- * @param host      local host; null for any local address
+ * @param host      local host; null for every local address of the family that the resolver gives
+ *                  first
  * @param service   local service
  * @param addr_len  length of the bound address in bytes, set on success only; may be null
  * @return the descriptor, or -1
@@ -228,16 +247,18 @@ int Listen(int fd, int backlog);
 int vx_tcp_listen(const char *host, const char *service, socklen_t *addr_len);
 
 /**
- * Connects to the first of the resolver's answers that takes the connection; waits as long as the
- * system does, a signal does not end it. Where the system gives no socket, sleeps 1 s before the
- * next answer.
- * @param local_host     local host, resolved like the remote one; null for the loopback address
- * @param local_service  local service to bind to, with address reuse; null for no local binding. A
- *                       bind that fails fails the attempt with that answer
+ * Connects to the first of the resolver's answers that takes the connection. Waits as long as the
+ * system does; a signal does not end the wait. Where the system gives no socket, sleeps 1 s before
+ * the next answer.
+ * @param local_host     local host. Only the resolver's first answer for it is used, and it must be
+ *                       of the same family as the remote answer. null: the loopback address, which
+ *                       may be the one of IPv6 and then fits no IPv4 answer
+ * @param local_service  local service to bind to, with address reuse; null: no local binding, and
+ *                       local_host is not looked at. When the bind fails, the next answer is tried
  * @param host           remote host
  * @param service        remote service
  * @return a blocking descriptor; -1 null, a host or service that does not resolve, or no answer
- * took the connection
+ *         took the connection
  */
 int vx_tcp_block_connect(const char *local_host, const char *local_service, const char *host,
                          const char *service);
@@ -246,52 +267,55 @@ int vx_tcp_block_connect(const char *local_host, const char *local_service, cons
  * Receives once.
  * @param buf     room for the data
  * @param size    that room in bytes, above 0
- * @param wanted  at most so many bytes; 0 or below, or above size: as size
+ * @param wanted  most bytes to receive; 0 or below, or above size: as size
  * @return bytes received; 0 the peer closed, or a signal; -1 bad arguments or a failed receive
  */
 int vx_tcp_block_recv(int fd, void *buf, int size, int wanted);
 
 /**
- * Sends everything, unless three sends in a row leave something unsent.
- * @return bytes sent, which may be fewer than len; -1 bad arguments or a failed send
+ * Sends everything, but gives up after three sends in a row that each leave something unsent.
+ * @return bytes sent, which may be fewer than len; -1 bad arguments, or a failed send with an
+ *         unknown part sent
  */
 int vx_tcp_block_send(int fd, const void *data, int len);
 
 /**
- * Accepts a connection, passing over those that were given up meanwhile.
+ * Accepts a connection; passes over those that their peers have given up.
  * @param peer      peer's address; may be null
  * @param peer_len  room at peer in bytes, then the length of the address; null when peer is
- * @return the new descriptor, or -1, for one with errno EINTR when a signal came
+ * @return the new descriptor, or -1 for a failure, which can be a signal
  */
 int vx_tcp_block_accept(int fd, sockaddr *peer, socklen_t *peer_len);
 
 /**
- * Connects as vx_tcp_block_connect does, within a time limit; the socket neither blocks nor delays
- * small pieces. Where the system gives no socket, sleeps 3 s before the next answer.
- * @param timeout_ms  for all answers together, in milliseconds; 0: only what connects at once
- * @return a non-blocking descriptor, or -1. Descriptors of 1024 or more cannot be waited for: such
- *         an attempt fails unless it connects at once
+ * Connects as vx_tcp_block_connect does, within a time limit. The socket does not block, and sends
+ * small pieces at once. Where the system gives no socket, sleeps 3 s before the next answer.
+ * @param timeout_ms  for all answers together, in milliseconds. 0: does not wait, the connection
+ *                    must be there at once; negative: may fail even then
+ * @return a non-blocking descriptor, or -1. A descriptor of 1024 or more cannot be waited for: it
+ *         must be connected at once
  */
 int vx_tcp_noblock_connect(const char *local_host, const char *local_service, const char *host,
                            const char *service, int timeout_ms);
 
 /**
- * Receives what arrives, or a number of bytes. While nothing is there, tries again every 10 ms, up
- * to 500 times (about 5 s) since the last progress.
+ * Receives what arrives, or a number of bytes. While nothing is there, tries again after 10 ms, up
+ * to 500 times since the last byte came, which takes 5 s or more.
  * @param buf     room for the data
  * @param size    that room in bytes, above 0
  * @param wanted  0 or below: the first receive is enough; else so many bytes, at most size
- * @return bytes received, with wanted possibly fewer when no more come; 0 nothing came;
- *         -1 bad arguments, the peer closed, or a failed receive, whatever had arrived
+ * @return bytes received, fewer than wanted when no more came; 0 nothing came;
+ *         -1 bad arguments, the peer closed, or a failed receive; discards the bytes that had
+ *         already arrived
  */
 int vx_tcp_noblock_recv(int fd, void *buf, int size, int wanted);
 
 /**
- * Sends everything. While the socket cannot take more, tries again every 1 ms, up to 1000 times in
+ * Sends everything. While the socket cannot take more, tries again after 1 ms, up to 1000 times in
  * the whole call.
- * @param blocked   set to 1 when the peer took too long, else to 0; may be null
- * @param retry_on  0: not a single retry, and blocked stays 0
- * @return len; 0 nothing sent, for a negative descriptor or no data (blocked is left alone);
+ * @param blocked   set to 1 when all retries were used up, else to 0; may be null
+ * @param retry_on  0: no retry, and blocked is set to 0
+ * @return len; 0 nothing sent, for a negative descriptor or no data (blocked stays as it is);
  *         -1 failed, with an unknown part sent
  */
 int vx_tcp_noblock_send(int fd, const void *data, int len, int *blocked, int retry_on);
@@ -304,18 +328,20 @@ int vx_tcp_noblock_send(int fd, const void *data, int len, int *blocked, int ret
 int vx_tcp_noblock_mtu_send(int fd, const void *data, int len, int piece_size);
 
 /**
- * Waits for a connection and accepts it as vx_tcp_block_accept does.
- * @param limit  at most so long, counted down by the wait; 0 s and 0 us: only what waits already
+ * Waits for a connection and accepts it as vx_tcp_block_accept does. Make the listener non-blocking
+ * first (vx_set_sock_noblock): a peer can give its connection up between the wait and the accept,
+ * and with a blocking listener the accept then waits for the next one, without limit.
+ * @param limit  longest wait, counted down by it; 0 s and 0 us: does not wait; negative: -1
  * @return the new descriptor; -1 bad arguments, none came, a failure, or a descriptor of 1024 or
- * more
+ *         more
  */
 int vx_tcp_noblock_accept(int fd, sockaddr *peer, socklen_t *peer_len, timeval *limit);
 
-// ---- Local sockets. A path of more than 107 characters is cut after 107, everywhere alike.
+// ---- Local sockets. Of a path of more than 107 characters, every function uses the first 107.
 
 /**
- * Makes a listening local stream socket, in place of whatever file has that path, with a backlog of
- * 1024 or LISTENQ. A refused listen prints as Listen does.
+ * Makes a listening local stream socket with a backlog of 1024. A file of that path is removed
+ * first, whatever it is. A failed listen prints as Listen does.
  * @return the descriptor; -1 null or a failure
  */
 int vx_create_local_tcp_server(const char *path);
@@ -335,7 +361,7 @@ int vx_local_tcp_send(int fd, const void *data, int len);
  * @return bytes received, 0 at the end of the stream, -1 bad arguments or a failure */
 int vx_local_tcp_recv(int fd, void *buf, int len);
 
-/** Makes a bound local datagram socket, in place of whatever file has that path.
+/** Makes a bound local datagram socket. A file of that path is removed first, whatever it is.
  * @return the descriptor; -1 null or a failure */
 int vx_create_local_udp_server(const char *path);
 
@@ -344,11 +370,11 @@ int vx_create_local_udp_server(const char *path);
  * @param fd    local datagram socket, for example vx_create_sock(4)
  * @param path  of the server
  * @param len   bytes at data, 0 or more
- * @return len; -1 bad arguments, nobody there, or not sent whole
+ * @return len; -1 bad arguments, no server there, or not sent whole
  */
 int vx_local_udp_send(int fd, const char *path, const void *data, int len);
 
-/** Receives one datagram; what exceeds len bytes of it is lost.
+/** Receives one datagram. Of one longer than len, the other bytes are lost.
  * @return bytes received; -1 bad arguments or a failure */
 int vx_local_udp_recv(int fd, void *buf, int len);
 
@@ -366,15 +392,17 @@ uint16_t cal_chksum(const void *data, int len);
  * Sends one ICMP echo request and waits for its reply; needs the right to open raw sockets. When
  * the request cannot be sent, sleeps 5 s before it returns.
  * @param to          dotted address, written as the reply's sender will be: no leading zeros
- * @param timeout_ms  for sending, and for all waits together, in milliseconds
- * @param waits       packets to look at; every ICMP packet of this machine counts, on loopback also
- *                    the request itself. 0 or below: sends only
+ * @param timeout_ms  for sending, and again for all waits together, in milliseconds. 0: sending may
+ *                    take any time, and the reply must be there at once; negative: fails, at the
+ *                    latest at the first wait
+ * @param waits       packets to look at. Every ICMP packet that this machine receives is one; on
+ *                    loopback the request itself too. 0 or below: only sends
  * @return 0 the reply came, or nothing was to be done (null or empty, or no waits); -1 otherwise
  */
 int vx_ping(const char *to, int timeout_ms, int waits);
 
 /**
- * Looks up the IPv4 address of a host; may ask the resolver and wait for it.
+ * Looks up the IPv4 address of a host. For a name it asks the resolver and waits.
  * @param text  host name or dotted address
  * @return the address in network byte order (unlike vx_ip_a2n); -1 null, empty, not found, or
  *         "255.255.255.255", which has the same number
@@ -390,21 +418,22 @@ using VX_WAN_COLUMN_T = char[VX_WAN_SOURCES][VX_WAN_SLOT_SIZE];
 /** The web services that tell a client its public address, asked in row order. */
 struct VX_WAN_SOURCES_T {
     VX_WAN_COLUMN_T webUrl;     // host name
-    VX_WAN_COLUMN_T ipUrl;      // its numeric address, for when the name leads nowhere
+    VX_WAN_COLUMN_T ipUrl;      // its numeric address, tried when the name fails
     VX_WAN_COLUMN_T httpAction; // path of the page
-    VX_WAN_COLUMN_T startCode;  // what stands before the address in the page, as bytes of it
-    VX_WAN_COLUMN_T endCode;    // what stands behind it
+    VX_WAN_COLUMN_T startCode;  // the bytes before the address in the page
+    VX_WAN_COLUMN_T endCode;    // the bytes behind it
 };
 
-/** To be set before the first look-up: the hosts it starts with are reserved for examples and give
- * no answer. */
+/** Set it before the first look-up: the hosts at start are reserved for examples and do not
+ * answer. */
 extern VX_WAN_SOURCES_T stWanSources;
 
 /**
  * Asks the sources on port 80 for the public address of this machine, one after the other. Each may
- * take 15 s per connect (host name, then numeric address) and 15 s for the page; of the page, the
+ * take 15 s per connect (host name, then numeric address) and 15 s for the page. Of the page, the
  * first receive of at most 10240 bytes is searched.
- * @param text  the address as the page gives it; holds at least 64 bytes, left alone on failure
+ * @param text  room for at least 64 bytes; stays as it is on failure. It gets the bytes between the
+ *              markers unchecked: they may be no address, and there may be none
  * @return 0; -1 null, or no source gave a page with at most 63 bytes between its markers
  */
 int vx_get_wan_ip(char *text);
@@ -412,5 +441,5 @@ int vx_get_wan_ip(char *text);
 /** Writes a number as decimal text. @param text  at least 12 bytes; null writes nothing */
 void vx_itoa(int32_t value, char *text);
 
-/** Reverses a terminated text in place; null is left alone. */
+/** Reverses a terminated text in place; does nothing for null. */
 void reverse(char *text);
