@@ -11,14 +11,8 @@ static constexpr SI5351_CONF_T start_record(int32_t ch)
 {
     SI5351_CONF_T record{};
     record.ch = ch;
-    record.rate = start_rate.rate_hz;
-    record.value = record.defVal = static_cast<int32_t>(start_rate.num);
-    record.step = start_rate.start_step;
     record.status = VX_SI5351_SET_PARAM;
-    record.mult = start_rate.mult;
-    record.num = start_rate.num;
-    record.denom = RATIO_DENOM;
-    record.div = start_rate.div;
+    set_to_rate(&record, start_rate, start_rate.start_step);
     return record;
 }
 

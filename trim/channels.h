@@ -30,6 +30,26 @@ struct SI5351_CONF_T {
 };
 
 /**
+ * Puts a record at the centre of a sample rate, without a learned centre.
+ * @param conf  the record; its channel, status and FIFO stay as they are
+ * @param row   the rate
+ * @param step  change of the numerator per trim step
+ */
+constexpr void set_to_rate(SI5351_CONF_T *conf, const RATE_ROW_T &row, int32_t step)
+{
+    conf->rate = row.rate_hz;
+    conf->value = static_cast<int32_t>(row.num);
+    conf->xValue = 0;
+    conf->defVal = conf->value;
+    conf->count = 0;
+    conf->step = step;
+    conf->mult = row.mult;
+    conf->num = row.num;
+    conf->denom = RATIO_DENOM;
+    conf->div = row.div;
+}
+
+/**
  * The trim step of a row of the rate table, in units of the numerator. The console rewrites it; a
  * channel takes it over at its next rate change.
  * The caller holds the engine lock.

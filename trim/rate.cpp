@@ -23,14 +23,7 @@ int vx_si5351_set_conf(int32_t ch, int32_t rate_hz)
         LOG_ERROR("invalid rate:%d", rate_hz);
         return -1;
     }
-    conf.value = static_cast<int32_t>(row->num);
-    conf.defVal = conf.value;
-    conf.count = 0;
-    conf.step = trim_step(*row);
-    conf.mult = row->mult;
-    conf.num = row->num;
-    conf.denom = RATIO_DENOM;
-    conf.div = row->div;
+    set_to_rate(&conf, *row, trim_step(*row));
     char line[RECORD_LINE_SIZE];
     format_record_details(line, conf);
     LOG_INFO("init %s", line);
