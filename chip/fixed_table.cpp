@@ -45,7 +45,7 @@ static constexpr bool stand_in_order()
 }
 static_assert(stand_in_order(), "a setting for each row of rate_rows");
 
-const MSP_ROW_T mclk_msp_22579000_inc[MSP_ROW_COUNT] = {
+const MSP_ROW_T mclk_msp_22579000_inc[] = {
     // row    P1      P2      P3
     {  0, {4590,   4114, 225793}}, // +300 Hz
     {  1, {4589,  53651,  56449}}, // +600 Hz
@@ -65,7 +65,7 @@ const MSP_ROW_T mclk_msp_22579000_inc[MSP_ROW_COUNT] = {
     { 15, {4587, 103643, 112943}}, // +9600 Hz
 };
 
-const MSP_ROW_T mclk_msp_22579000_dec[MSP_ROW_COUNT] = {
+const MSP_ROW_T mclk_msp_22579000_dec[] = {
     // row    P1      P2      P3
     {  0, {4590,  34726, 225787}}, // -300 Hz
     {  1, {4590,   6254,  28223}}, // -600 Hz
@@ -86,8 +86,7 @@ const MSP_ROW_T mclk_msp_22579000_dec[MSP_ROW_COUNT] = {
 };
 
 /* Rows of these tables by key and rate: the row whose offset is key x 2^div. */
-static constexpr int KEY_COUNT = 8;
-static constexpr uint8_t msp_22579000_rows[KEY_COUNT][3] = {
+static constexpr uint8_t msp_22579000_rows[][3] = {
     // key    44100 88200 176400
     /*  300 */ {  3,    1,     0},
     /*  600 */ {  7,    3,     1},
@@ -104,7 +103,7 @@ struct KEY_ROW_T {
     int key_hz;
     DIVIDER_T dividers[3]; // 48000, 96000, 192000
 };
-static constexpr KEY_ROW_T msp_24576000_inc[KEY_COUNT] = {
+static constexpr KEY_ROW_T msp_24576000_inc[] = {
     //  key             48000                  96000                 192000
     {  300, {{4175,  1851,  6827}, {4175, 15793, 40961}, {4175, 12091, 27307}}},
     {  600, {{4175,   433, 10241}, {4175,  1851,  6827}, {4175, 15793, 40961}}},
@@ -116,7 +115,7 @@ static constexpr KEY_ROW_T msp_24576000_inc[KEY_COUNT] = {
     { 2400, {{4173,  1715,  2561}, {4174,   998,  1707}, {4175,   433, 10241}}},
 };
 
-static constexpr KEY_ROW_T msp_24576000_dec[KEY_COUNT] = {
+static constexpr KEY_ROW_T msp_24576000_dec[] = {
     //  key             48000                  96000                 192000
     {  300, {{4175, 14927, 20479}, {4175,  8389, 13653}, {4175, 45647, 81919}}},
     {  600, {{4175,  3269,  3413}, {4175, 14927, 20479}, {4175,  8389, 13653}}},
@@ -127,6 +126,9 @@ static constexpr KEY_ROW_T msp_24576000_dec[KEY_COUNT] = {
     { 2100, {{4177,  2103, 20473}, {4176,  4112, 13651}, {4175, 73769, 81913}}},
     { 2400, {{4177,   283,   853}, {4176,  2128,  5119}, {4175,  3269,  3413}}},
 };
+static_assert(std::size(msp_24576000_inc) == std::size(msp_22579000_rows) &&
+                  std::size(msp_24576000_dec) == std::size(msp_22579000_rows),
+              "the same keys in both families and directions");
 // clang-format on
 
 CH_PARAM_T ch_param = {};
