@@ -11,6 +11,7 @@ static constexpr int DATA_LIMIT =
     65534; // the message is one byte longer, and its length a 16-bit field
 
 int g_i2c_fd = -1;
+std::atomic<uint32_t> g_failed_writes{0};
 
 int I2C_Init(const char *path)
 {
@@ -62,6 +63,7 @@ int I2C_Device_Write(const char *path, uint16_t addr, uint8_t reg, const uint8_t
 {
     if (g_i2c_fd < 0) (void)I2C_Init(path); // when it stays closed, the write below fails
     if (write_registers(addr, reg, data, len) == 0) return 0;
+    g_failed_writes++;
     LOG_ERROR("I2c_Write Failed at addr=[0x%2x]\n", addr);
     return -2;
 }

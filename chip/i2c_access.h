@@ -2,6 +2,7 @@
  * back. */
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 inline constexpr const char *I2C_BUS_PATH = "/dev/i2c-1";
@@ -10,6 +11,9 @@ inline constexpr uint16_t CHIP_ADDRESS = 0x60; // 7-bit
 /* Descriptor of the open bus device, -1 while closed. The engine lock guards it: the caller of
  * every function below holds that lock. */
 extern int g_i2c_fd;
+
+/* Writes that failed since the start of the process; read by any thread. */
+extern std::atomic<uint32_t> g_failed_writes;
 
 /**
  * Opens the bus device. A descriptor that was already open is closed after the new one is open.
@@ -27,7 +31,7 @@ int I2C_Init(const char *path);
  * @param reg   first register
  * @param data  len bytes. May be null when len is 0: then only the register address is sent
  * @param len   0 to 65534
- * @return 0; or -2 when the transfer failed or could not be made (logged)
+ * @return 0; or -2 when the transfer failed or could not be made (logged and counted)
  */
 int I2C_Device_Write(const char *path, uint16_t addr, uint8_t reg, const uint8_t *data, int len);
 

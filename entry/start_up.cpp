@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "console/console.h"
+#include "entry/supervisor.h"
 #include "log/log.h"
 #include "service/command_service.h"
 #include "trim/bring_up.h"
@@ -28,6 +29,7 @@ int vx_si5351_start2()
         const std::lock_guard lock(g_engine_lock);
         vx_si5351_init();
     }
+    report_to_supervisor();
     if (pthread_create(&si5351tidp, nullptr, si5351_task, nullptr) != 0) {
         LOG_ERROR(" audio si5351_task thread create fail");
         return -1;

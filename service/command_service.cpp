@@ -19,6 +19,8 @@ static constexpr int WAIT_MS = 2000;
 static constexpr unsigned SOCKET_RETRY_S = 2;
 static constexpr useconds_t DUMP_PAUSE_US = 10000;
 
+void (*g_on_pass)();
+
 static void hold_channel_and_rate(SERVICE_T *service)
 {
     service->ch = service->message.ch;
@@ -164,8 +166,10 @@ void si5351_svr_start()
     }
     SERVICE_T service = {};
     service.sock = await_command_socket();
-    for (;;)
+    for (;;) {
+        if (g_on_pass != nullptr) g_on_pass();
         serve_datagram(&service);
+    }
 }
 
 void serve_datagram(SERVICE_T *service)

@@ -14,6 +14,10 @@
  */
 int udp_socket_create(const char *ip, int port);
 
+/* Called by the service thread before each pass of its loop, so at least every 2 s while it is
+ * idle, and first when the socket is bound. Set before si5351_svr_start; null: nobody. */
+extern void (*g_on_pass)();
+
 /**
  * Opens the I2C bus device, binds the command socket and serves datagrams forever. While the
  * socket cannot be made (logged), it tries again every 2 s.

@@ -1,6 +1,7 @@
 /* The status file: builds the text from one instant's records, replaces the file by a rename. */
 #include "service/status_file.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
@@ -16,6 +17,8 @@ static constexpr int PPM_MAX_STEP = 300;
 
 static constexpr const char *channel_names[] = {"hdmi", "analog", "earc/spdif"};
 static_assert(std::size(channel_names) == CHANNEL_COUNT, "a name for each channel");
+
+STATUS_FAULT_T g_status_fault;
 
 static size_t append_channel(char *text, size_t length, size_t i, const SI5351_CONF_T &record)
 {
@@ -37,25 +40,24 @@ static size_t build_text(char *text)
     return length + static_cast<size_t>(snprintf(text + length, TEXT_SIZE - length, "}}"));
 }
 
-static void replace_file(const char *text, size_t length)
+/* @return what went wrong; then the earlier file stays */
+static STATUS_FAULT_T replace_file(const char *text, size_t length)
 {
-    switch (write_text_file(NEW_FILE, O_TRUNC, text, length)) {
-    case WRITTEN:
-        (void)rename(NEW_FILE, STATUS_FILE); // on failure the earlier file stays
-        break;
-    case NOT_WHOLE:
-        (void)unlink(NEW_FILE); // half a text is of no use, and a full disk wants its room back
-        break;
-    case NOT_OPENED:
-        break;
-    }
+    (void)remove(NEW_FILE); // mostly there is none; one that stays fails the next step
+    const WRITE_E result = write_text_file(NEW_FILE, O_EXCL, text, length);
+    const int failure = errno;
+    // Half a text is of no use, and a full disk wants its room back.
+    if (result == NOT_WHOLE) (void)unlink(NEW_FILE);
+    if (result != WRITTEN) return {NEW_FILE, failure};
+    if (rename(NEW_FILE, STATUS_FILE) != 0) return {STATUS_FILE, errno};
+    return {};
 }
 
 int dump2json()
 {
     auto *text = static_cast<char *>(malloc(TEXT_SIZE));
     if (text == nullptr) return -1;
-    replace_file(text, build_text(text));
+    g_status_fault = replace_file(text, build_text(text));
     free(text);
     return 0;
 }

@@ -6,7 +6,9 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <thread>
 #include <unistd.h>
 
@@ -112,7 +114,7 @@ static bool fill_up()
 static bool put_directories_there()
 {
     if (!cover_tmp(0, "mode=1777")) return false;
-    for (const char *path : {"/tmp/fifo.json", "/tmp/si5351", "/tmp/si5351.txt"})
+    for (const char *path : {"/tmp/fifo.json", "/tmp/fifo.json/x", "/tmp/si5351"})
         (void)mkdir(path, 0700);
     return true;
 }
@@ -125,19 +127,42 @@ static bool put_links_there()
     return true;
 }
 
-/* What is logged once the pipe is lost and the console makes it anew; null: it succeeds. */
+/* A supervisor's socket, and the wait for a message to it. */
+static int open_supervisor(const std::string &path)
+{
+    sockaddr_un address = {AF_UNIX, ""};
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int fd = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    EXPECT_EQ(bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof(address)), 0);
+    setenv("NOTIFY_SOCKET", path.c_str(), 1);
+    return fd;
+}
+
+static void await_message(int supervisor, const std::string &text)
+{
+    std::string message = "none";
+    while (message.find(text) == std::string::npos && !message.empty())
+        message = receive_reply(supervisor);
+    EXPECT_NE(message, "") << text;
+}
+
+/* What is logged once the pipe is lost and the console makes it anew, and what a supervisor is told
+ * of the status file; null: it succeeds. */
 static const struct {
     const char *name;
     bool (*make)();
     const char *pipe_line;
     const char *dump_line;
+    const char *told;
 } tmp_faults[] = {
-    {"read-only", make_read_only, "mkfifo /tmp/si5351, errno 30:Read-only file system --[",
-     nullptr},
-    {"full", fill_up, nullptr, "write /tmp/si5351.txt fail, errno 28:No space left on device --["},
-    {"directories", put_directories_there, "mkfifo /tmp/si5351, errno 17:File exists --[", nullptr},
+    {"read-only", make_read_only, "mkfifo /tmp/si5351, errno 30:Read-only file system --[", nullptr,
+     "/tmp/fifo.json: Read-only file system"},
+    {"full", fill_up, nullptr, "write /tmp/si5351.txt fail, errno 28:No space left on device --[",
+     "/tmp/fifo.json: No space left on device"},
+    {"directories", put_directories_there, "mkfifo /tmp/si5351, errno 17:File exists --[", nullptr,
+     "/tmp/fifo.json: File exists"},
     {"links", put_links_there, nullptr,
-     "open /tmp/si5351.txt fail, errno 40:Too many levels of symbolic links --["},
+     "open /tmp/si5351.txt fail, errno 40:Too many levels of symbolic links --[", nullptr},
 };
 
 /* The service's output lies on the covered /tmp, where its descriptor still leads. */
@@ -147,12 +172,14 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
     const std::string home = "/mnt";
     ASSERT_EQ(mount("tmpfs", home.c_str(), "tmpfs", 0, ""), 0);
     setenv("SI5351_SIM_REGISTERS", (home + "/regs").c_str(), 1);
+    const int supervisor = open_supervisor(home + "/notify");
     for (const auto &fault : tmp_faults) {
         ASSERT_TRUE(fault.make()) << fault.name;
         const SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM, home);
         const int client = open_client();
         await_output(process, "CLK2 runs at 6144028.14 Hz");
-        await_port();
+        await_message(supervisor,
+                      "READY=1\nSTATUS=serving; register writes failed: 0 at the start,");
         if (fault.pipe_line != nullptr) await_output(process, fault.pipe_line, 2);
         if (fault.dump_line != nullptr) {
             type_text("dump\n");
@@ -167,7 +194,10 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
             apply_command(&model, 0x1235, 2, 0, 0);
         }
         EXPECT_EQ(fetch_dump(client), model_dump(model)) << fault.name;
-        EXPECT_EQ(read_file(STATUS) + read_file("/tmp/fifo.json"), "") << fault.name;
+        EXPECT_EQ(read_file(STATUS), fault.told == nullptr ? model_status(model) : "")
+            << fault.name;
+        EXPECT_EQ(read_file("/tmp/fifo.json"), "") << fault.name;
+        if (fault.told != nullptr) await_message(supervisor, fault.told);
         EXPECT_EQ(read_file("/tmp/of_somebody"), "") << fault.name;
         sleep(1);
         EXPECT_LT(cpu_ticks(process.pid) - before, 50) << fault.name << ": spins";
