@@ -1,9 +1,13 @@
-/* The client calls: build one command datagram each and send it; set-param also waits. */
+/* The client calls: build one command datagram each and send it; some also wait for what the
+ * service says. */
 #include "service/si5351_client.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <cstdio>
 #include <cstring>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -11,8 +15,13 @@
 #include "log/log.h"
 #include "net/vx_net_api.h"
 #include "service/message.h"
+#include "trim/channels.h"
+#include "trim/command_table.h"
+
+using TIME_POINT = std::chrono::steady_clock::time_point;
 
 static constexpr int REPLY_WAIT_MS = 2000;
+static constexpr char LISTING_HEADING[] = "5351 info\n";
 
 /* A command, its name in the log, and the leading bytes that carry its arguments. */
 struct CLIENT_CALL_T {
@@ -20,6 +29,7 @@ struct CLIENT_CALL_T {
     const char *name;
     size_t size;
 };
+static constexpr size_t CODE_ALONE = offsetof(SI5351_MSG_T, ch);
 static constexpr size_t ONE_ARG = offsetof(SI5351_MSG_T, arg) + sizeof(int32_t);
 static constexpr size_t TWO_ARGS = ONE_ARG + sizeof(int32_t);
 static constexpr CLIENT_CALL_T set_param_call = {VX_SI5351_SET_PARAM, "VX_SI5351_SET_PARAM",
@@ -28,6 +38,7 @@ static constexpr CLIENT_CALL_T increase_call = {VX_SI5351_SET_INC, "VX_SI5351_SE
 static constexpr CLIENT_CALL_T decrease_call = {VX_SI5351_SET_DEC, "VX_SI5351_SET_DEC", ONE_ARG};
 static constexpr CLIENT_CALL_T reset_call = {VX_SI5351_SET_RESET, "VX_SI5351_SET_RESET", ONE_ARG};
 static constexpr CLIENT_CALL_T report_call = {VX_FIFO_REPORT, "VX_FIFO_REPORT", TWO_ARGS};
+static constexpr CLIENT_CALL_T dump_call = {VX_SI5351_DUMP, "VX_SI5351_DUMP", CODE_ALONE};
 
 static sockaddr_in service_address()
 {
@@ -107,4 +118,124 @@ int set_reset(int sock, int ch)
 int set_fifo_status(int sock, int ch, int fifo_size, int fifo_fill)
 {
     return send_command(sock, report_call, ch, fifo_size, fifo_fill);
+}
+
+/* An answer of the service: an echo, or a line of the listing, which then is a text. */
+struct ANSWER_T {
+    char bytes[256];
+    size_t length; // the byte behind is 0
+};
+
+static TIME_POINT end_of_wait(int limit_ms)
+{
+    return std::chrono::steady_clock::now() + std::chrono::milliseconds(limit_ms);
+}
+
+/* Rounded up, so that the last millisecond is a wait and not a loop without a pause. */
+static int left_ms(TIME_POINT end)
+{
+    const auto left = end - std::chrono::steady_clock::now();
+    return static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(left).count());
+}
+
+/* False when none came in time, or the socket cannot be waited for. */
+static bool receive_answer(int sock, TIME_POINT end, ANSWER_T *answer)
+{
+    const sockaddr_in service = service_address();
+    for (int wait_ms; (wait_ms = left_ms(end)) > 0;) {
+        if (vx_select(&sock, 1, VX_WAIT_READABLE, wait_ms) != (sock | VX_IS_READABLE)) return false;
+        *answer = {};
+        sockaddr_in from = {};
+        socklen_t from_size = sizeof(from);
+        const ssize_t length =
+            recvfrom(sock, answer->bytes, sizeof(answer->bytes) - 1, MSG_DONTWAIT,
+                     reinterpret_cast<sockaddr *>(&from), &from_size);
+        answer->length = static_cast<size_t>(std::max<ssize_t>(length, 0));
+        if (answer->length > 0 && memcmp(&from, &service, sizeof(from)) == 0) return true;
+    }
+    return false;
+}
+
+/* The number of the channel, or 0 for what is no line of a listing. */
+static int parse_line(const ANSWER_T &answer, SI5351_LISTED_T *listed)
+{
+    int ch = 0;
+    int length = 0; // stays 0 unless all of the line is there
+    (void)sscanf(answer.bytes, "ch:%d rate:%d value:%d status:%15[a-z ]%*1[\n]%n", &ch,
+                 &listed->rate_hz, &listed->value, listed->status, &length);
+    if (length == 0 || static_cast<size_t>(length) != answer.length) return 0;
+    return is_channel(ch) ? ch : 0;
+}
+
+/* A heading starts anew: lines ahead of it belong to an answer that an earlier call gave up. */
+static bool collect_listing(int sock, TIME_POINT end, SI5351_LISTED_T *listed)
+{
+    static_assert(SI5351_LISTED_COUNT == CHANNEL_COUNT, "a record for each channel");
+    SI5351_LISTED_T found[CHANNEL_COUNT] = {};
+    unsigned seen = 0; // bit 0: heading, bits 1 to 3: channels
+    ANSWER_T answer;
+    while (seen != (2U << CHANNEL_COUNT) - 1) {
+        if (!receive_answer(sock, end, &answer)) return false;
+        if (strcmp(answer.bytes, LISTING_HEADING) == 0) seen = 1;
+        SI5351_LISTED_T line = {};
+        const int ch = parse_line(answer, &line);
+        if (ch == 0) continue;
+        found[ch - 1] = line;
+        seen |= 1U << ch;
+    }
+    std::copy_n(found, CHANNEL_COUNT, listed);
+    return true;
+}
+
+static int list_until(int sock, SI5351_LISTED_T *listed, TIME_POINT end)
+{
+    drop_late_replies(sock);
+    if (send_command(sock, dump_call, 0) != 0) return -1;
+    if (collect_listing(sock, end, listed)) return 0;
+    LOG_ERROR("get 5351 dump response timeout");
+    return -1;
+}
+
+int list_channels(int sock, SI5351_LISTED_T *listed, int limit_ms)
+{
+    return list_until(sock, listed, end_of_wait(limit_ms));
+}
+
+/* An echo of another command is a late one. */
+static bool await_echo(int sock, TIME_POINT end, int ch, int rate_hz)
+{
+    const SI5351_MSG_T sent = {set_param_call.cmd, ch, {rate_hz}};
+    ANSWER_T answer;
+    while (receive_answer(sock, end, &answer)) {
+        if (answer.length == sizeof(sent) && memcmp(answer.bytes, &sent, set_param_call.size) == 0)
+            return true;
+    }
+    return false;
+}
+
+/* A rate that was set starts at its nominal numerator. Another numerator behind the word of the
+ * set-param is an older trim: chip writes are off. Behind another word it is a trim that came after
+ * the set-param, unless it is 0, which no trim of a set rate leads to. */
+static bool is_set(const SI5351_LISTED_T &listed, int rate_hz)
+{
+    const RATE_ROW_T *row = find_rate(rate_hz);
+    if (row == nullptr || listed.rate_hz != rate_hz) return false;
+    if (listed.value == static_cast<int32_t>(row->num)) return true;
+    return listed.value != 0 && strcmp(listed.status, get_status_si53512(set_param_call.cmd)) != 0;
+}
+
+int set_param_within(int sock, int ch, int rate_hz, int limit_ms)
+{
+    const TIME_POINT end = end_of_wait(limit_ms);
+    drop_late_replies(sock);
+    if (send_command(sock, set_param_call, ch, rate_hz) != 0) return -1;
+    if (!await_echo(sock, end, ch, rate_hz)) {
+        LOG_ERROR("get 5351 set param response timeout");
+        return -1;
+    }
+    SI5351_LISTED_T listed[CHANNEL_COUNT];
+    if (list_until(sock, listed, end) != 0) return -1;
+    if (is_channel(ch) && is_set(listed[ch - 1], rate_hz)) return 0;
+    LOG_ERROR("set 5351 param refused ch:%d rate:%d", ch, rate_hz);
+    return 1;
 }

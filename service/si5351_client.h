@@ -4,8 +4,8 @@
  * keeps: a datagram socket for IPv4, as vx_create_sock(2) gives, not connected, with a descriptor
  * of 1 to 1023: on any other an answer is never seen. One socket serves any number of calls;
  * threads that call at once take one each. Nothing is kept between calls and no argument is
- * checked: the service judges channel, rate and FIFO numbers, and what it refuses shows in its own
- * log only.
+ * checked: the service judges channel, rate and FIFO numbers. What it refuses shows in its own log,
+ * and a refused rate in its listing as well.
  *
  * Failures are logged at ERROR to the log4cpp category "CATEGORY"; the caller sets log4cpp up.
  */
@@ -14,6 +14,8 @@
 #ifndef __cplusplus
 #error "This header is for C++; docs/protocol.md shows how to command the service from C."
 #endif
+
+#include <cstdint>
 
 /**
  * Sets a channel's sample rate, which also puts its trim back to the centre, and waits until the
@@ -59,3 +61,42 @@ int set_reset(int sock, int ch);
  * @return 0 sent, -1 not sent, logged as for send_set_param with VX_FIFO_REPORT
  */
 int set_fifo_status(int sock, int ch, int fifo_size, int fifo_fill);
+
+/* From here on calls that never wait longer than they are told to. The time limit counts for the
+ * whole call; a service that is not busy takes 40 ms for a listing. Only datagrams from the
+ * service's address and port are looked at, those of others are dropped. */
+
+/* A channel as the service lists it. */
+struct SI5351_LISTED_T {
+    int32_t rate_hz; // sample rate; a refused one stays here until a supported one is set
+    int32_t value; // fraction numerator of the divider, larger for a slower clock; 0: rate refused
+    char status[16]; // word of the last command to it: "set param", "increase", "decrease", "reset"
+};
+inline constexpr int SI5351_LISTED_COUNT = 3;
+
+/**
+ * Asks the service for its three channels. All three lines of one answer must come.
+ * @param sock      the caller's socket
+ * @param listed    room for SI5351_LISTED_COUNT records, filled with channels 1, 2 and 3 in this
+ *                  order; unchanged on failure
+ * @param limit_ms  wait at most so long, in milliseconds
+ * @return 0 listed; -1 not sent, logged as for send_set_param with VX_SI5351_DUMP, or no whole
+ *         answer in time, logged as "get 5351 dump response timeout"
+ */
+int list_channels(int sock, SI5351_LISTED_T *listed, int limit_ms);
+
+/**
+ * Sets a channel's sample rate as send_set_param, but sends once, and asks for a listing afterwards
+ * to see what became of it.
+ * Refused means: the rate or the channel is not supported, or the console has switched chip writes
+ * off and the channel does not stand at the centre of this rate anyway.
+ * @param sock      the caller's socket
+ * @param ch        channel, 1 to 3
+ * @param rate_hz   sample rate in Hz
+ * @param limit_ms  wait at most so long, in milliseconds
+ * @return 0 set;
+ *         1 refused, logged as "set 5351 param refused ch:%d rate:%d";
+ *         -1 not sent, logged as for send_set_param, or no answer in time, logged as "get 5351 set
+ *         param response timeout" or "get 5351 dump response timeout": it may still be set later
+ */
+int set_param_within(int sock, int ch, int rate_hz, int limit_ms);

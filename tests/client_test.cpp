@@ -1,6 +1,7 @@
 /* The client calls on the wire and in the log, against a plain listener and the real service, and
  * the example that trims by its FIFO. Links nothing of the service: the library stands alone. */
 #include <arpa/inet.h>
+#include <atomic>
 #include <chrono>
 #include <gtest/gtest.h>
 #include <log4cpp/Category.hh>
@@ -12,6 +13,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <utility>
 
 #include "service/si5351_client.h"
 #include "tests/service_process.h"
@@ -32,14 +34,20 @@ static std::string to_bytes(const WORDS &words)
     return {reinterpret_cast<const char *>(words.data()), words.size() * 4};
 }
 
-static void answer(int from, int to, size_t length)
+static void send_lines(int from, int to, const std::vector<std::string> &lines)
 {
     sockaddr_storage address = {};
     socklen_t size = sizeof(address);
     auto *plain = reinterpret_cast<sockaddr *>(&address);
     EXPECT_EQ(getsockname(to, plain, &size), 0);
-    const std::string bytes(length, 'x');
-    EXPECT_EQ(sendto(from, bytes.data(), length, 0, plain, size), static_cast<ssize_t>(length));
+    for (const auto &line : lines)
+        EXPECT_EQ(sendto(from, line.data(), line.size(), 0, plain, size),
+                  static_cast<ssize_t>(line.size()));
+}
+
+static void answer(int from, int to, size_t length)
+{
+    send_lines(from, to, {std::string(length, 'x')});
 }
 
 static int elapsed_ms(std::chrono::steady_clock::time_point since)
@@ -149,6 +157,116 @@ TEST_F(Client, SetParamIsNotAnsweredByWhatAnEarlierCallLeft)
         EXPECT_LT(recv(client, &byte, 1, MSG_DONTWAIT), 0) << round.fault;
     }
     EXPECT_EQ(take_log(), "");
+}
+
+static std::string listed_text(const SI5351_LISTED_T &listed)
+{
+    return std::to_string(listed.rate_hz) + " " + std::to_string(listed.value) + " " +
+           listed.status;
+}
+
+TEST_F(Client, ListsOnlyWhatIsAWholeAnswerOfTheService)
+{
+    const std::string head = "5351 info\n";
+    const std::string one = "ch:1 rate:48000 value:253600 status:set param\n";
+    const std::string two = "ch:2 rate:32000 value:0 status:decrease\n";
+    const std::string three = "ch:3 rate:192000 value:-2147483648 status:unknonw\n";
+    const std::string stale = "ch:2 rate:44100 value:1 status:reset\n";
+    // clang-format off
+    const struct { const char *fault; std::vector<std::string> lines; int result; } rounds[] = {
+        {"a line is misread",              {head, one, two, three}, 0},
+        {"the order must be ours",         {head, three, two, one}, 0},
+        {"an answer given up is mixed in", {head, one, stale, head, one, two, three}, 0},
+        {"the end of one given up counts", {stale, three, head, one, two, three}, 0},
+        {"an echo upsets it",              {std::string(64, '\0'), head, one, two, three}, 0},
+        {"nonsense is taken for a line",
+            {head, one, "ch:2 rate:44100", "ch:2 rate:44100 value:7 status:set param", stale + "x",
+             "ch:2 rate:44100 value:7 status:set\033[2J\n", "ch:0 rate:1 value:7 status:reset\n",
+             "ch:4 rate:1 value:7 status:reset\n", stale + std::string(1, '\0'), "",
+             stale + std::string(900, '\n'), std::string(255, 'c'), two, three}, 0},
+        {"a lost line is not missed",      {head, one, three}, -1},
+        {"a lost heading is not missed",   {one, two, three}, -1},
+    };
+    // clang-format on
+    for (const auto &round : rounds) {
+        std::thread service([&] {
+            EXPECT_EQ(receive_reply(listener, 1000), to_bytes({0x1239})) << round.fault;
+            send_lines(stranger, client, {head, stale, one, three});
+            send_lines(listener, client, round.lines);
+        });
+        SI5351_LISTED_T listed[SI5351_LISTED_COUNT] = {{1, 1, "a"}, {1, 1, "b"}, {1, 1, "c"}};
+        EXPECT_EQ(list_channels(client, listed, 200), round.result) << round.fault;
+        service.join();
+        const bool whole = round.result == 0;
+        EXPECT_EQ(listed_text(listed[0]), whole ? "48000 253600 set param" : "1 1 a");
+        EXPECT_EQ(listed_text(listed[1]), whole ? "32000 0 decrease" : "1 1 b") << round.fault;
+        EXPECT_EQ(listed_text(listed[2]), whole ? "192000 -2147483648 unknonw" : "1 1 c");
+        EXPECT_EQ(take_log(), whole ? "" : "ERROR get 5351 dump response timeout --[vx_si5351]\n");
+    }
+}
+
+TEST_F(Client, CallsWithALimitEndWhenNothingGoodComes)
+{
+    std::atomic<bool> over = false;
+    std::thread flood([&] {
+        for (int i = 0; i < 2000 && !over; i++, usleep(500))
+            send_lines(i % 2 == 0 ? listener : stranger, client, {"5351 info\n", "nonsense"});
+    });
+    const auto start = std::chrono::steady_clock::now();
+    SI5351_LISTED_T listed[SI5351_LISTED_COUNT];
+    EXPECT_EQ(list_channels(client, listed, 300), -1);
+    EXPECT_EQ(set_param_within(client, 2, 44100, 300), -1);
+    EXPECT_NEAR(elapsed_ms(start), 600, 200);
+    over = true;
+    flood.join();
+    const std::string lost = "ERROR get 5351 dump response timeout --[vx_si5351]\n";
+    EXPECT_EQ(take_log(), lost + "ERROR get 5351 set param response timeout --[vx_si5351]\n");
+    EXPECT_EQ(set_param_within(-1, 2, 44100, 300), -1);
+    EXPECT_EQ(take_log(), "ERROR send VX_SI5351_SET_PARAM to<127.0.0.1:11000> fd:-1 "
+                          "error:Bad file descriptor --[vx_si5351]\n");
+}
+
+TEST_F(Client, SetParamWithinTellsWhatBecameOfTheRate)
+{
+    std::thread trimmer([this] { // a trim of another program comes between request and listing
+        EXPECT_EQ(receive_reply(listener, 1000), to_bytes(set_rate));
+        send_lines(listener, client, {to_bytes({0x1234, 2, 44100}) + std::string(52, 'x')});
+        EXPECT_EQ(receive_reply(listener, 1000), to_bytes({0x1239}));
+        send_lines(listener, client,
+                   {"5351 info\n", "ch:1 rate:1 value:1 status:reset\n",
+                    "ch:2 rate:44100 value:752400 status:increase\n",
+                    "ch:3 rate:1 value:1 status:reset\n"});
+    });
+    EXPECT_EQ(set_param_within(client, 2, 44100, 1000), 0);
+    trimmer.join();
+
+    close(std::exchange(listener, -1));
+    const SERVICE_PROCESS_T service = start_service(SI5351_APP_SIM);
+    await_port();
+    // clang-format off
+    const struct { const char *fault, *text; int ch, rate, trims, result; } rows[] = {
+        {"an accepted rate is refused",                "y", 2, 44100,  0, 0},
+        {"an accepted rate is refused after a trim",   "y", 2, 44100,  1, 0},
+        {"a refused rate is set",                      "y", 2, 32000,  0, 1},
+        {"a rate refused twice is set",                "y", 2, 32000,  0, 1},
+        {"a channel that is none is set",              "y", 4, 44100,  0, 1},
+        {"switched off: the refused rate has gone",    "n", 2, 44100,  0, 1},
+        {"switched off: another rate is set",          "n", 1, 192000, 0, 1},
+        {"switched off: the centre is not where it is", "n", 1, 48000,  0, 0},
+        {"switched off: an old trim is the centre",    "n", 3, 48000,  1, 1},
+    };
+    // clang-format on
+    for (const auto &row : rows) {
+        for (int i = 0; i < row.trims; i++)
+            type_text("inc " + std::to_string(row.ch)); // reaches the chip at any time
+        type_text(row.text);
+        usleep(20000); // read, but perhaps not yet done
+        EXPECT_EQ(set_param_within(client, row.ch, row.rate, 1000), row.result) << row.fault;
+        const std::string refused = "ERROR set 5351 param refused ch:" + std::to_string(row.ch) +
+                                    " rate:" + std::to_string(row.rate) + " --[vx_si5351]\n";
+        EXPECT_EQ(take_log(), row.result == 1 ? refused : "") << row.fault;
+    }
+    stop_service(service);
 }
 
 /* At 300 ppm the fill moves 14.4 frames/s on its own, 86 in 6 s; the trims hold it to 19.2 steps of
