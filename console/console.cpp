@@ -17,7 +17,6 @@
 #include "trim/rate.h"
 #include "trim/trim.h"
 
-static constexpr const char *PIPE_PATH = "/tmp/si5351";
 static constexpr size_t READ_SIZE = 1024;
 static constexpr unsigned RETRY_S = 1;
 static constexpr size_t WORD_LIMIT = 31; // a longer first word takes no arguments

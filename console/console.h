@@ -1,6 +1,9 @@
 /* The debug console: short commands that a person writes into a named pipe. */
 #pragma once
 
+/* While a service runs, its console reads this pipe. */
+inline constexpr const char *PIPE_PATH = "/tmp/si5351";
+
 /**
  * Acts on one text as the table of commands says; a text that begins with no keyword is dropped.
  * Takes the engine lock.

@@ -8,6 +8,7 @@
 #include <netinet/in.h>
 #include <random>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/engine_model.h"
@@ -208,6 +209,19 @@ TEST(ServiceStart, GoesOnWithoutBusAndLoggingFile)
     EXPECT_LT(failed, output.find("I2c_Write Failed at addr=[0x60]\n --[vx_si5351:"));
     close(client);
     stop_service(process);
+}
+
+TEST_F(Service, ASecondInstanceEndsBeforeItTouchesTheChip)
+{
+    command(0x1234, 2, 44100);
+    type_text("\n"); // waits until the console reads
+    const SERVICE_PROCESS_T second = start_service(SI5351_APP_SIM, "/tmp", {"--version"});
+    int status = 0;
+    ASSERT_EQ(waitpid(second.pid, &status, 0), second.pid);
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_NE(read_output(second).find("a service is running already, it reads /tmp/si5351\n"),
+              std::string::npos);
+    expect_agreement();
 }
 
 TEST(ServiceStart, WaitsForItsPort)

@@ -1,0 +1,9 @@
+/* One service on a machine: two would both drive the chip. */
+#pragma once
+
+/**
+ * Looks for another instance: one of the same user has the console's pipe open for reading. Nothing
+ * is written into the pipe. Somebody else's pipe does not count, or anybody could stop the service.
+ * @return whether there is one
+ */
+bool is_other_running();
