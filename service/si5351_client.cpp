@@ -49,6 +49,13 @@ static sockaddr_in service_address()
     return address;
 }
 
+static int log_unsent(int sock, const CLIENT_CALL_T &call)
+{
+    LOG_ERROR("send %s to<%s:%d> fd:%d error:%s", call.name, SERVICE_IP, SERVICE_PORT, sock,
+              strerror(errno));
+    return -1;
+}
+
 static int send_command(int sock, const CLIENT_CALL_T &call, int ch, int arg0 = 0, int arg1 = 0)
 {
     const SI5351_MSG_T message = {call.cmd, ch, {arg0, arg1}};
@@ -56,9 +63,7 @@ static int send_command(int sock, const CLIENT_CALL_T &call, int ch, int arg0 = 
     const ssize_t sent = sendto(sock, &message, call.size, 0,
                                 reinterpret_cast<const sockaddr *>(&service), sizeof(service));
     if (sent == static_cast<ssize_t>(call.size)) return 0;
-    LOG_ERROR("send %s to<%s:%d> fd:%d error:%s", call.name, SERVICE_IP, SERVICE_PORT, sock,
-              strerror(errno));
-    return -1;
+    return log_unsent(sock, call);
 }
 
 /* A service that was held up answers every resend of a command, most of them after the call that
@@ -89,6 +94,10 @@ static void take_reply(int sock)
 
 int send_set_param(int sock, int ch, int rate_hz)
 {
+    if (sock <= 0 || sock >= FD_SETSIZE) { // vx_select would refuse it at once, each time
+        errno = EBADF;
+        return log_unsent(sock, set_param_call);
+    }
     drop_late_replies(sock);
     for (;;) {
         if (send_command(sock, set_param_call, ch, rate_hz) != 0) return -1;

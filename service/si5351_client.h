@@ -1,11 +1,10 @@
 /* The client calls: commands to the clock service from another program on the same board.
  *
  * Every call sends one datagram to 127.0.0.1 port 11000 through a socket that the caller made and
- * keeps: a datagram socket for IPv4, as vx_create_sock(2) gives, not connected, with a descriptor
- * of 1 to 1023: on any other an answer is never seen. One socket serves any number of calls;
- * threads that call at once take one each. Nothing is kept between calls and no argument is
- * checked: the service judges channel, rate and FIFO numbers. What it refuses shows in its own log,
- * and a refused rate in its listing as well.
+ * keeps: a datagram socket for IPv4, as vx_create_sock(2) gives, not connected. One socket serves
+ * any number of calls; threads that call at once take one each. Nothing is kept between calls and
+ * no argument is checked: the service judges channel, rate and FIFO numbers. What it refuses shows
+ * in its own log, and a refused rate in its listing as well.
  *
  * Failures are logged at ERROR to the log4cpp category "CATEGORY"; the caller sets log4cpp up.
  */
@@ -24,13 +23,14 @@
  * logging "get 5351 set param response timeout".
  * Late answers of the service, to an earlier call that had to send again, are dropped first. An
  * answer of more than 64 bytes is dropped too, after a message of vx_udp_recv on standard output.
- * @param sock     the caller's socket
+ * @param sock     the caller's socket, a descriptor of 1 to 1023
  * @param ch       channel: 1 hdmi, 2 analog, 3 earc/spdif
  * @param rate_hz  44100, 48000, 88200, 96000, 176400 or 192000 Hz
  * @return 0 answered: the service has received the command, but the clock need not run at the rate
  *         yet, nor has the rate been accepted;
- *         -1 a send failed, logged as "send VX_SI5351_SET_PARAM to<127.0.0.1:11000> fd:%d error:%s"
- *         with the descriptor and the text of errno
+ *         -1 a send failed, or an answer on this descriptor could not be waited for; logged as
+ *         "send VX_SI5351_SET_PARAM to<127.0.0.1:11000> fd:%d error:%s" with the descriptor and the
+ *         text of errno
  */
 int send_set_param(int sock, int ch, int rate_hz);
 

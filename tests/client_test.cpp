@@ -107,6 +107,8 @@ TEST_F(Client, SendsItsBytesOrLogsWhyNot)
                   "ERROR send " + std::string(row.name) +
                       " to<127.0.0.1:11000> fd:-1 error:Bad file descriptor --[vx_si5351]\n");
     }
+    ASSERT_EQ(dup2(client, 0), 0);
+    EXPECT_EQ(send_set_param(0, 2, 44100), -1) << "an answer on descriptor 0 is never seen";
     EXPECT_EQ(receive_reply(client, 50), "") << "the answer was left where it was";
     EXPECT_EQ(receive_reply(listener, 50), "") << "sent more than once";
 }
