@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 static const struct {
     int32_t rate, mult, num, div;
@@ -49,15 +50,24 @@ void apply_command(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0, int32
 {
     if (ch < 1 || ch > 3) return;
     MODEL_CHANNEL_T *c = &model->channels[ch - 1];
-    if (cmd >= 0x1234 && cmd <= 0x1237) c->status = cmd;
-    if (cmd == 0x1234) set_rate(c, arg0, model->steps);
-    if (cmd == 0x1235) trim(c, -1);
-    if (cmd == 0x1236) trim(c, 1);
-    if (cmd == 0x1237 && c->steps != 0) trim(c, c->steps < 0 ? 1 : -1);
     if (cmd == 0x1238) {
         c->fifo_size = arg0;
         c->fifo_fill = arg1;
     }
+    if (cmd < 0x1234 || cmd > 0x1237) return;
+    c->status = cmd;
+    if (!model->enabled) return;
+    if (cmd == 0x1234) set_rate(c, arg0, model->steps);
+    if (cmd == 0x1235) trim(c, -1);
+    if (cmd == 0x1236) trim(c, 1);
+    if (cmd == 0x1237 && c->steps != 0) trim(c, c->steps < 0 ? 1 : -1);
+}
+
+void apply_typed(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0)
+{
+    const bool enabled = std::exchange(model->enabled, true);
+    apply_command(model, cmd, ch, arg0, 0);
+    model->enabled = enabled;
 }
 
 static std::string format(const char *text, ...) __attribute__((format(printf, 1, 2)));

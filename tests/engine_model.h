@@ -16,10 +16,14 @@ struct MODEL_CHANNEL_T {
 struct MODEL_T {
     MODEL_CHANNEL_T channels[3];
     int32_t steps[6] = {1400, 1200, 700, 600, 200, 160}; // by rate, ascending
+    bool enabled = true;                                 // datagrams reach the chip
 };
 
-/* Applies one command with its channel and arguments, whatever they are. */
+/* Applies the command of a datagram with its channel and arguments, whatever they are. */
 void apply_command(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0, int32_t arg1);
+
+/* The same typed into the console, which ignores the switch. */
+void apply_typed(MODEL_T *model, uint32_t cmd, int32_t ch, int32_t arg0);
 
 /* The text of the dump reply, of the status file, and of the console's dump file. */
 std::string model_dump(const MODEL_T &model);

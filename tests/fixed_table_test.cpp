@@ -14,8 +14,6 @@
 #include "trim/rate.h"
 #include "trim/trim.h"
 
-using LINES = std::vector<std::string>;
-
 /* Register writes as "42:FF" and pauses as "100 us", each followed by a space, in their order. */
 static std::string events;
 

@@ -4,10 +4,7 @@
 #include <arpa/inet.h>
 #include <csignal>
 #include <fcntl.h>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -48,24 +45,9 @@ void stop_service(const SERVICE_PROCESS_T &service)
     waitpid(service.pid, &status, 0);
 }
 
-std::string read_file(const std::string &path)
-{
-    if (!std::filesystem::is_regular_file(path)) return "";
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 std::string read_output(const SERVICE_PROCESS_T &service)
 {
     return read_file(service.output);
-}
-
-int count_text(const std::string &all, const std::string &text)
-{
-    int times = 0;
-    for (size_t at = 0; (at = all.find(text, at)) != std::string::npos; at += text.size())
-        times++;
-    return times;
 }
 
 void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int times)
@@ -173,14 +155,7 @@ SIM_FILE_T *map_chip_file()
 std::string chip_registers()
 {
     const std::string image = read_file(CHIP_FILE);
-    std::string text;
-    for (size_t reg = 42; reg < 66 && reg < image.size(); reg++) {
-        char byte[8];
-        (void)snprintf(byte, sizeof(byte), "%s%02X", reg > 42 ? " " : "",
-                       static_cast<unsigned char>(image[reg]));
-        text += byte;
-    }
-    return text;
+    return image.size() < 66 ? "" : to_hex(&image[42], 24);
 }
 
 void RUNNING_SERVICE_T::SetUp()

@@ -9,6 +9,7 @@
 
 #include "sim/i2c_bus_sim.h"
 #include "tests/engine_model.h"
+#include "tests/texts.h"
 
 struct SERVICE_PROCESS_T {
     pid_t pid;
@@ -25,9 +26,6 @@ void stop_service(const SERVICE_PROCESS_T &service);
 
 /* All it has printed and logged. */
 std::string read_output(const SERVICE_PROCESS_T &service);
-
-/* How often a text is in another. */
-int count_text(const std::string &all, const std::string &text);
 
 /* Waits until a text has appeared so many times, at most 20 s; fails the test when it does not. */
 void await_output(const SERVICE_PROCESS_T &service, const std::string &text, int times = 1);
@@ -54,9 +52,6 @@ void type_text(const std::string &text);
 
 /* Datagrams that found the buffer of the command socket full; -1 while it is not bound. */
 long count_drops();
-
-/* A whole file as text; empty when there is none. */
-std::string read_file(const std::string &path);
 
 /* The simulated chip and its switches for faults, shared with the service; null on failure. */
 SIM_FILE_T *map_chip_file();

@@ -1,8 +1,10 @@
 /* The command service as a running process over the simulated chip, driven by real datagrams. */
 #include <arpa/inet.h>
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <netinet/in.h>
@@ -32,34 +34,6 @@ TEST_F(Service, EchoesASetParamAndMovesTheClock)
                               " ch:2 cmd:0x1234-set param --[vx_si5351:");
     apply_command(&model, 0x1234, 2, 44100, 0);
     expect_agreement();
-}
-
-TEST_F(Service, ObeysEveryCommandAndRefusesTheRest)
-{
-    for (int step = 0; step < 25; step++)
-        command(0x1235, 3);
-    await_output(process, "mclk is max, count:-24 --[vx_si5351:");
-    expect_agreement();
-    for (const uint32_t cmd : {0x1236U, 0x1236U, 0x1237U})
-        command(cmd, 3);
-    command(0x1236, 1);
-    command(0x1235, 1); // learns a centre
-    for (const int32_t ch : {0, 4, -1, INT32_MIN, INT32_MAX}) {
-        for (uint32_t cmd = 0x1234; cmd <= 0x1238; cmd++)
-            command(cmd, ch, 48000, 5);
-    }
-    for (const int32_t rate : {0, 32000, -48000, 48001}) {
-        command(0x1234, 2, rate);
-        command(0x1235, 2);
-        command(0x1237, 2);
-    }
-    await_output(process, "set 5351 conf err, ret:-1 --[vx_si5351:", 9);
-    expect_agreement();
-    for (const int32_t rate : {44100, 48000, 88200, 96000, 176400, 192000}) {
-        command(0x1234, 2, rate);
-        command(0x1236, 2);
-        expect_agreement();
-    }
 }
 
 TEST_F(Service, ReportsRewriteTheStatusFile)
@@ -125,40 +99,147 @@ TEST_F(Service, TakesEveryLengthUpTo64Bytes)
     await_output(process, "socket buffer len[2000] > bufSize[64] error\n");
 }
 
-/* 100,000 datagrams of any length and content, most of them close to a command; every 50th asks for
- * an echo, so that none is lost to a full socket buffer. */
-TEST_F(Service, AgreesWithTheCalculationAfter100000RandomDatagrams)
+/* So a set-param waits 30 ms for each dump before it, and for none behind it. */
+TEST_F(Service, ASetParamWaitsForTheDumpsBeforeItOnly)
 {
-    std::mt19937 random(20240229);
-    const auto any = [&] { return static_cast<uint32_t>(random()); };
-    const auto below = [&](uint32_t limit) { return any() % limit; };
-    static const uint32_t rates[] = {44100, 48000, 88200, 96000, 176400, 192000, 48000, 12345};
-    uint32_t held[16] = {}; // the receive buffer of the service
-    for (int datagram = 0; datagram < 100000; datagram++) {
-        const bool sync = datagram % 50 == 49;
-        uint32_t words[16] = {0x1233 + below(6), below(5), rates[below(8)], below(5000)};
-        if (words[0] == 0x1234 && !sync && below(8) > 0) words[0]++; // trims between rate changes
-        if (below(16) == 0) words[0] = any();
-        if (below(16) == 0) words[1] = any();
-        if (sync) words[0] = 0x1234;
-        const size_t length = sync || below(4) > 0 ? 12 + below(53) : below(70);
-        std::string bytes(reinterpret_cast<const char *>(words), sizeof(words));
-        bytes.resize(length, 'z');
-        if (length <= 64) memcpy(held, bytes.data(), length);
-        // A short one may complete to a command that answers; its reply is drained below.
-        send_bytes(client, bytes);
-        if (length == 0 || length > 64) continue;
-        apply_command(&model, held[0], static_cast<int32_t>(held[1]), static_cast<int32_t>(held[2]),
-                      static_cast<int32_t>(held[3]));
-        while (held[0] == 0x1234) {
-            const std::string reply = receive_reply(client);
-            ASSERT_NE(reply, "") << "datagram " << datagram;
-            if (reply == std::string(reinterpret_cast<const char *>(held), 64)) break;
-        }
+    for (const uint32_t cmd : {0x1239U, 0x1239U, 0x1234U, 0x1239U})
+        send_words(client, {cmd, 2, 44100, 0});
+    std::string replies;
+    for (int reply = 0; reply < 8; reply++)
+        replies += receive_reply(client);
+    EXPECT_EQ(replies, model_dump(model) + model_dump(model));
+    EXPECT_EQ(receive_reply(client).size(), 64U);
+    apply_command(&model, 0x1234, 2, 44100, 0);
+    EXPECT_EQ(receive_reply(client), "5351 info\n");
+}
+
+/* A random sender and typist. */
+struct RANDOM_T {
+    std::mt19937 numbers{20240229};
+    uint32_t held[16] = {}; // what the receive buffer of the service holds
+    bool leans_up = false;  // most trims go one way, so that the ends of the range are reached
+};
+
+static const uint32_t any_rates[] = {44100, 48000, 88200, 96000, 176400, 192000, 48000, 12345};
+
+static uint32_t below(RANDOM_T *random, uint32_t limit)
+{
+    return static_cast<uint32_t>(random->numbers()) % limit;
+}
+
+/* Any length and content, most of them close to a command; with sync one that is answered. */
+static std::string make_datagram(RANDOM_T *random, bool sync)
+{
+    const uint32_t trim = below(random, 8) < (random->leans_up ? 6U : 2U) ? 0x1235 : 0x1236;
+    const uint32_t others[] = {0x1233, 0x1234, 0x1237, 0x1237, 0x1238, 0x1238, 0x1240};
+    uint32_t words[16] = {trim, below(random, 5), any_rates[below(random, 8)], below(random, 5000)};
+    if (below(random, 3) == 0) words[0] = others[below(random, 7)];
+    if (below(random, 16) == 0) words[0] = below(random, UINT32_MAX);
+    if (below(random, 16) == 0) words[1] = below(random, UINT32_MAX);
+    if (sync) words[0] = 0x1234;
+    const bool plain = sync || below(random, 4) > 0;
+    std::string bytes(reinterpret_cast<const char *>(words), sizeof(words));
+    bytes.resize(plain ? 12 + below(random, 53) : below(random, 70), 'z');
+    return bytes;
+}
+
+/* Sends it and takes the echo, if it completes what the buffer holds to a set-param. */
+static void send_datagram(RANDOM_T *random, int client, MODEL_T *model, const std::string &bytes)
+{
+    send_bytes(client, bytes);
+    const auto &held = random->held;
+    if (bytes.empty() || bytes.size() > sizeof(held)) return;
+    memcpy(random->held, bytes.data(), bytes.size());
+    apply_command(model, held[0], static_cast<int32_t>(held[1]), static_cast<int32_t>(held[2]),
+                  static_cast<int32_t>(held[3]));
+    const std::string echo(reinterpret_cast<const char *>(held), sizeof(held));
+    for (std::string reply; held[0] == 0x1234 && reply != echo;) { // those of a dump come first
+        reply = receive_reply(client);
+        ASSERT_NE(reply, "") << "no echo";
     }
-    command(0x1238, 1, 10, 5);
+}
+
+/* Types a text, and waits for the dump that follows it: the console takes them in order. */
+static void type_and_compare(const std::string &text, const MODEL_T &model)
+{
+    type_text(text);
+    std::ofstream("/tmp/si5351.txt") << std::string(4096, 'x'); // none of it may be left
+    type_text("dump\n");
+    const std::string wanted = model_text_dump(model);
+    for (int poll = 0; poll < 20000 && read_file("/tmp/si5351.txt") != wanted; poll++)
+        usleep(1000);
+    ASSERT_EQ(read_file("/tmp/si5351.txt"), wanted) << text;
+}
+
+static void use_console(RANDOM_T *random, MODEL_T *model)
+{
+    static const char *const words[] = {"init", "inc", "dec", "rst", "step", "no", "yes", "yes"};
+    const uint32_t word = below(random, 8);
+    const uint32_t row = below(random, 6);
+    const uint32_t first = word == 4 ? any_rates[row] : 1 + below(random, 3);
+    const uint32_t second = word == 4 ? 1 + below(random, 2000) : any_rates[row];
+    if (word < 4)
+        apply_typed(model, 0x1234 + word, static_cast<int32_t>(first),
+                    static_cast<int32_t>(second));
+    if (word == 4) model->steps[row] = static_cast<int32_t>(second);
+    if (word > 4) model->enabled = word > 5;
+    type_and_compare(std::string(words[word]) + " " + std::to_string(first) + " " +
+                         std::to_string(second) + "\n",
+                     *model);
+}
+
+/* Pages of memory and descriptors of a process. */
+static std::pair<long, long> measure(pid_t pid)
+{
+    const std::string folder = "/proc/" + std::to_string(pid);
+    const std::filesystem::directory_iterator descriptors(folder + "/fd");
+    const std::string pages = read_file(folder + "/statm");
+    return {std::stol(pages.substr(pages.find(' '))),
+            std::distance(begin(descriptors), end(descriptors))};
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+static constexpr long GROWTH_LIMIT_PAGES = 1 << 18; // a sanitizer keeps freed memory for a while
+#else
+static constexpr long GROWTH_LIMIT_PAGES = 64; // those that the heap first touches late
+#endif
+
+/* Rounds of 500 datagrams and one text in the pipe, on a bus that fails in every fourth round.
+ * RANDOM_ROUNDS in the environment: so many of them, for a run of hours. */
+TEST_F(Service, AgreesWithTheModelWhateverIsSentOrTyped)
+{
+    static const SIM_FAULTS_T faults[] = {
+        {0, 1, 0, 0}, {0, 0, 0, 0, 3}, {1, 0, 5, 0}, {0, 0, 0, 20}};
+    const char *wanted = getenv("RANDOM_ROUNDS");
+    const long rounds = wanted != nullptr ? strtol(wanted, nullptr, 10) : 200;
+    SIM_FILE_T *chip = map_chip_file();
+    ASSERT_NE(chip, nullptr);
+    RANDOM_T random;
+    std::pair<long, long> before;
+    for (long round = 0; round < rounds && !HasFailure(); round++) {
+        if (round == rounds / 2) before = measure(process.pid);
+        const bool faulty = round % 4 == 3;
+        if (faulty) chip->faults = faults[round / 4 % 4];
+        random.leans_up = round % 8 < 4;
+        for (int datagram = 0; datagram < 500; datagram++)
+            send_datagram(&random, client, &model, make_datagram(&random, datagram % 50 == 49));
+        command(0x1234, 9); // refused; its echo: all that came before it is done
+        use_console(&random, &model);
+        chip->faults = {};
+        for (int ch = 1; faulty && ch <= 3; ch++) { // heals what the faults left
+            apply_typed(&model, 0x1234, ch, 96000);
+            type_and_compare("init " + std::to_string(ch) + " 96000\n", model);
+        }
+        command(0x1238, 1, 10, 5);
+        command(0x1234, 9);
+        EXPECT_EQ(read_file("/tmp/genlock.json"), model_status(model));
+        EXPECT_EQ(chip_registers(), model_registers(model));
+        (void)truncate(process.output.c_str(), 0); // one round of log is enough
+    }
+    const auto after = measure(process.pid);
+    EXPECT_LE(after.first - before.first, GROWTH_LIMIT_PAGES) << "pages of memory";
+    EXPECT_EQ(after.second, before.second) << "descriptors";
     expect_agreement();
-    EXPECT_EQ(read_file("/tmp/genlock.json"), model_status(model));
 }
 
 /* Threads by name, the first one as main, with how often each has gone to sleep so far. */

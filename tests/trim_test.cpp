@@ -11,8 +11,6 @@
 #include "trim/record_text.h"
 #include "trim/trim.h"
 
-using LINES = std::vector<std::string>;
-
 /* Plays moves on channel 1: u(p), d(own), r(eset); returns the result of the last one. */
 static int play(const std::string &moves)
 {
