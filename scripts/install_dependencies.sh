@@ -6,7 +6,10 @@ set -eu
 packages=
 for purpose in "$@"; do
     case $purpose in
-    build) packages="$packages g++ cmake ninja-build pkg-config liblog4cpp5-dev" ;;
+    build)
+        packages="$packages g++ cmake ninja-build pkg-config liblog4cpp5-dev"
+        packages="$packages libcli11-dev libncurses-dev nlohmann-json3-dev"
+        ;;
     test) packages="$packages libgtest-dev iproute2 util-linux python3-jsonschema" ;;
     check) packages="$packages clang clang-format clang-tidy git shellcheck" ;;
     bench) packages="$packages libbenchmark-dev binutils" ;;

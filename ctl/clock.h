@@ -1,0 +1,37 @@
+/* What the service's listing says of a channel: its clock, and its place in the trim range. */
+#pragma once
+
+#include <cstdint>
+
+#include "chip/outputs.h"
+#include "chip/rates.h"
+#include "service/si5351_client.h"
+
+static_assert(SI5351_LISTED_COUNT == CHANNEL_COUNT, "a listed record for each channel");
+
+/* The paths by channel, as the status file names them. */
+inline constexpr const char *path_names[] = {"hdmi", "analog", "earc/spdif"};
+static_assert(std::size(path_names) == CHANNEL_COUNT, "a name for each channel");
+
+inline constexpr int TRIM_LIMIT = 24; // steps either way of the centre
+
+/* The position is worked out with the step sizes that the service starts with: the listing does not
+ * tell others that the console may have set. A part of a step is the learned centre, which each
+ * return moves by a hundredth of a step. */
+struct CLOCK_T {
+    const RATE_ROW_T *rate; // null: the rate was refused, and the clock is what it was before
+    bool known;             // whether the rest is
+    double hz;
+    double ppm;      // off 128 times the rate; positive is faster
+    double position; // trim steps from the nominal centre; positive is faster
+};
+
+/** @return what a channel's listed rate and value mean; values that no trim leads to are unknown */
+CLOCK_T work_out_clock(const SI5351_LISTED_T &listed);
+
+/**
+ * @param position   in trim steps
+ * @param direction  1 faster, -1 slower
+ * @return whole steps that are left in this direction, 0 to 48
+ */
+int steps_left(double position, int direction);

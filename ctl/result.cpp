@@ -1,0 +1,16 @@
+/* The line of a failure. */
+#include "ctl/result.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+RESULT_E fail(RESULT_E result, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    (void)fputs("si5351ctl: ", stderr);
+    (void)vfprintf(stderr, format, arguments);
+    (void)fputc('\n', stderr);
+    va_end(arguments);
+    return result;
+}

@@ -1,0 +1,38 @@
+/* What can be learned of the service from outside, at one moment: its listing, the status file, the
+ * word of systemd. */
+#pragma once
+
+#include <string>
+
+#include "ctl/clock.h"
+
+/* What a consumer last reported of its FIFO, in its own unit; both 0 before. */
+struct FIFO_T {
+    int32_t size;
+    int32_t fill;
+};
+
+struct SNAPSHOT_T {
+    bool answers;                          // whether the service does
+    SI5351_LISTED_T listed[CHANNEL_COUNT]; // only when it answers
+    CLOCK_T clocks[CHANNEL_COUNT];
+
+    bool has_reports; // whether the rest is known
+    FIFO_T fifos[CHANNEL_COUNT];
+    double report_age_s;       // of the newest report; those of the other channels may be older
+    std::string reports_fault; // why the status file says nothing; empty before the first report
+};
+
+/**
+ * Asks the service and reads the status file.
+ * @param sock      from open_client_socket
+ * @param limit_ms  wait at most so long for the service
+ */
+SNAPSHOT_T take_snapshot(int sock, int limit_ms);
+
+/* Time limits for the service, in milliseconds: it takes 40 when nobody else asks for a listing. */
+inline constexpr int ANSWER_WAIT_MS = 1000;
+inline constexpr int LIVE_WAIT_MS = 400;
+
+/** @return what systemd says of the service, within a second; empty when it does not run there */
+std::string read_systemd_status();

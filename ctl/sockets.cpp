@@ -1,0 +1,46 @@
+/* Reaching the service, or telling why not. */
+#include "ctl/sockets.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "net/vx_net_api.h"
+#include "service/protocol.h"
+
+int open_client_socket()
+{
+    const int sock = vx_create_sock(VX_SOCK_DATAGRAM);
+    if (sock > 0) return sock;
+    (void)fail(NOT_SO, "no socket: %s", strerror(errno));
+    return -1;
+}
+
+unsigned long find_service_socket()
+{
+    FILE *sockets = fopen("/proc/net/udp", "re");
+    if (sockets == nullptr) return 0;
+    char line[256];
+    unsigned long inode = 0;
+    while (inode == 0 && fgets(line, sizeof(line), sockets) != nullptr) {
+        unsigned port = 0;
+        unsigned long found = 0;
+        const int items =
+            sscanf(line, "%*d: %*x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %*d %*d %lu", &port, &found);
+        if (items == 2 && port == SERVICE_PORT) inode = found;
+    }
+    (void)fclose(sockets); // only read from
+    return inode;
+}
+
+RESULT_E fail_no_service()
+{
+    if (find_service_socket() == 0) {
+        return fail(NO_SERVICE, "no service at %s:%d; start it: systemctl start si5351_app",
+                    SERVICE_IP, SERVICE_PORT);
+    }
+    return fail(NO_SERVICE,
+                "port %d is in use, but what is there does not answer as the service does; "
+                "ss -ulpn tells what it is, systemctl restart si5351_app starts the service anew",
+                SERVICE_PORT);
+}

@@ -1,0 +1,19 @@
+/* The sockets at both ends: the tool's own, and the service's as the kernel shows it. */
+#pragma once
+
+#include "ctl/result.h"
+
+/** @return a socket for the client calls, -1 with a message on standard error */
+int open_client_socket();
+
+/**
+ * @return the inode of the socket that is bound to the command port, 0 for none; a service that was
+ *         started anew has another one
+ */
+unsigned long find_service_socket();
+
+/**
+ * Says that no service answers, or that something else has its port.
+ * @return NO_SERVICE
+ */
+RESULT_E fail_no_service();
