@@ -48,6 +48,8 @@ TEST(Dividers, RatiosBecomeTheEightRegisters)
         {"quotient beyond 32 bits", [] { Multisynth(42, 73, UINT32_MAX, 1, 1); }, 42,
          "00 01 10 22 80 0F FF 80"},
         {"integer block", [] { setupMultisynth(50, 36, 0); }, 50, "00 01 00 10 00 00 00 00"},
+        {"P1 bit 16 lost", [] { setupMultisynth(50, 1000, 0); }, 50, "00 01 01 F2 00 00 00 00"},
+        {"P1 bit 17 lost", [] { setupMultisynth(50, 1028, 0); }, 50, "00 01 02 00 00 00 00 00"},
         {"code shifted", [] { setupMultisynth(50, 2047, 0x20); }, 50, "00 01 23 FD 80 00 00 00"},
     };
     for (const auto &c : cases) {
@@ -58,95 +60,67 @@ TEST(Dividers, RatiosBecomeTheEightRegisters)
     }
 }
 
-TEST(Dividers, AZeroDenominatorIsRefused)
-{
-    reset_engine();
-    setupPLL(26, 33, 1, 0);
-    Multisynth(42, 73, 1, 0, 1);
-    EXPECT_EQ(take_log(), (LINES{"ERROR invalid denom:0 for registers from 26",
-                                 "ERROR invalid denom:0 for registers from 42"}));
-    EXPECT_EQ(take_writes(), LINES{});
-}
-
 TEST(WholeFrequency, MovesThePllAndSetsAnEvenDivider)
 {
+    static const struct {
+        void (*call)();
+        LINES log;
+        size_t writes;
+    } cases[] = {
+        {[] { setupPLL(26, 33, 1, 0); }, {"ERROR invalid denom:0 for registers from 26"}, 0},
+        {[] { Multisynth(42, 73, 1, 0, 1); }, {"ERROR invalid denom:0 for registers from 42"}, 0},
+        {[] { si5351aSetFrequency(1, 24576000); }, {"INFO set param ch:1 freq:24576000"}, 16},
+        {[] { si5351aSetFrequency(4, 24576000); }, {"INFO set param ch:4 freq:24576000"}, 8},
+        {[] { si5351aSetFrequency(2, 0); },
+         {"INFO set param ch:2 freq:0", "ERROR invalid freq:0 for ch:2"},
+         0},
+        {[] { vx_si5351_param_inc_dec(4, 0, 0); }, {"ERROR invalid ch:4"}, 0},
+        {[] { vx_si5351_param_inc_dec(3, 0, 0); }, {"INFO set param ch:3 freq:507200"}, 16},
+    };
     reset_engine();
+    for (const auto &c : cases) {
+        c.call();
+        EXPECT_EQ(take_log(), c.log);
+        EXPECT_EQ(take_writes().size(), c.writes) << c.log.front();
+    }
     si5351aSetFrequency(1, 24576000);
     EXPECT_EQ(read_registers(26, 8), "FF FF 00 0E 62 F4 DC E2");
     EXPECT_EQ(read_registers(42, 8), "00 01 00 10 00 00 00 00");
-    EXPECT_EQ(take_log(), LINES{"INFO set param ch:1 freq:24576000"});
-    EXPECT_EQ(take_writes().size(), 16U);
-
-    si5351aSetFrequency(4, 24576000);
-    EXPECT_EQ(take_writes().size(), 8U) << "only the PLL";
-    take_log();
-    si5351aSetFrequency(2, 0);
-    EXPECT_EQ(take_log(), (LINES{"INFO set param ch:2 freq:0", "ERROR invalid freq:0 for ch:2"}));
-    EXPECT_EQ(vx_si5351_param_inc_dec(4, 0, 0), 0);
-    EXPECT_EQ(take_log(), LINES{"ERROR invalid ch:4"});
-    EXPECT_EQ(take_writes(), LINES{});
-
-    EXPECT_EQ(vx_si5351_param_inc_dec(3, 0, 0), 0);
-    EXPECT_EQ(take_log(), LINES{"INFO set param ch:3 freq:507200"});
     for (const uint32_t hz : {1U, 450000001U, 900000000U, UINT32_MAX})
         si5351aSetFrequency(1, hz); // no chip can, but none is undefined
 }
 
-/* What bring-up writes, first register and bytes of each run. */
-static const char *const bring_up_runs[] = {
-    "3 FF",
-    "16 80 80 80 80 80 80 80 80",
-    "2 FF",
-    "4 20",
-    "7 0F",
-    "15 00",
-    "16 0D 0D 0D",
-    "19 8C 8C 8C 8C 8C",
-    "26 00 03 00 0E AA 00 00 02",
-    "42 01 00 00 10 4F 00 00 80",
-    "50 01 00 00 10 4F 00 00 80",
-    "58 00 01 00 02 80 00 00 00",
-    "90 00 00",
-    "149 00 00 00 00 00 00 00",
-    "162 00 00 00",
-    "165 00 00 00",
-    "183 92",
-    "177 AC",
-    "3 00",
-    "26 00 03 00 0E AA 00 00 02",
-    "42 FF FF 10 22 9E FF 50 1E",
-    "50 FF FF 10 25 DC F0 44 5C",
-    "58 FF FF 10 22 9E FF 50 1E",
-};
+/* What bring-up writes, as first register = bytes; channel 2 is at 44100 Hz. */
+static constexpr const char *bring_up =
+    "3=FF 16=8080808080808080 2=FF 4=20 7=0F 15=00 16=0D0D0D 19=8C8C8C8C8C 26=0003000EAA000002 "
+    "42=010000104F000080 50=010000104F000080 58=0001000280000000 90=0000 149=00000000000000 "
+    "162=000000 165=000000 183=92 177=AC 3=00 26=0003000EAA000002 42=FFFF10229EFF501E "
+    "50=FFFF1025DCF0445C 58=FFFF10229EFF501E";
 
-static LINES expand_runs()
+static LINES expand_runs(const std::string &runs)
 {
     LINES writes;
-    for (const char *run : bring_up_runs) {
-        std::istringstream words(run);
-        int reg = 0;
-        words >> reg;
-        for (std::string byte; words >> byte; reg++)
-            writes.push_back(std::to_string(reg) + ":" + byte);
+    std::istringstream words(runs);
+    for (std::string word; words >> word;) {
+        int reg = std::stoi(word);
+        for (size_t at = word.find('=') + 1; at < word.size(); at += 2)
+            writes.push_back(std::to_string(reg++) + ":" + word.substr(at, 2));
     }
     return writes;
-}
-
-static void set_channel_2_to_44100()
-{
-    stSi5351Conf[1].mult = 79;
-    stSi5351Conf[1].num = 753800;
 }
 
 TEST(BringUp, WritesTheTableThePllAndTheRecords)
 {
     reset_engine();
-    set_channel_2_to_44100();
+    stSi5351Conf[1].mult = 79;
+    stSi5351Conf[1].num = 753800;
     EXPECT_EQ(vx_si5351_init(), 1);
     EXPECT_EQ(take_log(), LINES{});
-    const LINES writes = take_writes();
-    EXPECT_EQ(writes.size(), 103U);
-    EXPECT_EQ(writes, expand_runs());
+    EXPECT_EQ(take_writes(), expand_runs(bring_up));
+    sim_set_faults({0, 0, 72, 0}); // the first register of the PLL
+    EXPECT_EQ(vx_si5351_start(), 0);
+    EXPECT_EQ(take_log(), (LINES{no_transfer, no_write}));
+    EXPECT_EQ(take_writes(), expand_runs(bring_up));
 }
 
 /* Stands before the C library's function of the same name. */
@@ -191,10 +165,12 @@ TEST(I2cAccess, OpensLazilyAndKeepsTheDescriptor)
 
     sim_set_faults({});
     EXPECT_EQ(I2C_Init(I2C_BUS_PATH), 0);
-    EXPECT_NE(g_i2c_fd, first) << "the new one is opened before the old one is closed";
+    const int second = g_i2c_fd;
+    EXPECT_NE(second, first) << "the new one is opened before the old one is closed";
     EXPECT_EQ(fcntl(first, F_GETFD), -1);
     EXPECT_EQ(I2C_Deinit(), 0);
     EXPECT_EQ(g_i2c_fd, -1);
+    EXPECT_EQ(fcntl(second, F_GETFD), -1);
 }
 
 TEST(I2cAccess, SendsWhatItIsGivenOrRefuses)

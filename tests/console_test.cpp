@@ -147,7 +147,9 @@ TEST(Console, NoTwoBlocksInterleaveWithTheService)
     });
     while (typed < 20)
         usleep(1000);
+    sim_set_faults({0, 0, 0, 50}); // a bus slow enough for both to want it
     EXPECT_EQ(vx_si5351_start2(), 0);
+    sim_set_faults({});
     const int client = open_client();
     await_port();
     {
