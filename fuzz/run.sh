@@ -5,7 +5,7 @@ set -eu
 cd "$(dirname "$0")/.."
 seconds=${1:-20}
 [ $# -eq 0 ] || shift
-[ $# -gt 0 ] || set -- service console decoder wan_page
+[ $# -gt 0 ] || set -- console wan_page
 scripts/install_dependencies.sh build fuzz
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz
