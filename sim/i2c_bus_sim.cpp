@@ -3,6 +3,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
@@ -15,6 +16,7 @@
 #include "log/log.h"
 
 static constexpr uint16_t CHIP_ADDRESS = 0x60;
+static constexpr double NEAR_PPM = 1000; // of a master clock: trims reach 402 ppm
 static constexpr const char *DEFAULT_PATH = "/tmp/si5351_sim.regs";
 static constexpr const char *PATH_VARIABLE = "SI5351_SIM_REGISTERS";
 
@@ -29,7 +31,7 @@ static uint8_t *registers;
 static uint8_t register_pointer;
 
 static SI5351_CLOCK_T clocks[SI5351_OUTPUT_COUNT]; // as last logged
-static uint32_t transfer_count; // since the switches were last thrown from within, for fail_every
+static uint32_t transfer_count; // since sim_reset or sim_set_faults, for fail_every
 static bool recording;
 
 /* Never destroyed: another thread may still be transferring while the process exits. */
@@ -82,6 +84,10 @@ static void log_clock(int output)
     const double hz = get_clock_hz(clocks[output]);
     int rate_hz = 0;
     const double ppm = get_offset_ppm(hz, &rate_hz);
+    if (std::fabs(ppm) > NEAR_PPM) {
+        LOG_INFO("CLK%d runs at %.2f Hz", output, hz);
+        return;
+    }
     LOG_INFO("CLK%d runs at %.2f Hz, %+.2f ppm from 128 x %d Hz", output, hz, ppm, rate_hz);
 }
 
@@ -93,16 +99,28 @@ static bool ends_setting(uint8_t reg)
     return (reg - SI5351_FIRST_BLOCK) % SI5351_BLOCK_SIZE == SI5351_BLOCK_SIZE - 1;
 }
 
-static void write_register(uint8_t reg, uint8_t value)
+static void log_changes()
 {
-    registers[reg] = value;
-    if (!ends_setting(reg)) return;
     for (int i = 0; i < SI5351_OUTPUT_COUNT; i++) {
         const auto clock = decode_output_clock(registers, i);
         if (is_same_clock(clock, clocks[i])) continue;
         clocks[i] = clock;
         log_clock(i);
     }
+}
+
+static void write_register(uint8_t reg, uint8_t value)
+{
+    registers[reg] = value;
+    if (ends_setting(reg)) log_changes();
+}
+
+/* The seven registers before it have arrived, and the output runs at what they make of it. */
+static void note_lost(const i2c_msg &message)
+{
+    const bool writes = (message.flags & I2C_M_RD) == 0 && message.len > 1;
+    if (writes && ends_setting(static_cast<uint8_t>(message.buf[0] + message.len - 2)))
+        log_changes();
 }
 
 static void run_message(const i2c_msg &message)
@@ -156,8 +174,10 @@ static int run_transfer(int fd, const i2c_rdwr_ioctl_data &transfer)
     const std::chrono::microseconds delay(read_switch(&chip->faults.delay_us));
     if (delay.count() > 0) std::this_thread::sleep_for(delay);
     const int fault = next_fault(&chip->faults);
-    if (fault != 0) return fault;
-
+    if (fault != 0) {
+        note_lost(transfer.msgs[0]);
+        return fault;
+    }
     for (uint32_t i = 0; i < transfer.nmsgs; i++) {
         const i2c_msg &message = transfer.msgs[i];
         if (message.addr != CHIP_ADDRESS || (message.flags & I2C_M_TEN) != 0) return EREMOTEIO;

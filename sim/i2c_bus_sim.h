@@ -11,7 +11,8 @@
  * ERROR line says why and the chip lies in memory only.
  *
  * One INFO line is logged for each output whose frequency a write changes. A parameter block of
- * eight registers counts for these lines when its last register is written, all others at once.
+ * eight registers counts for these lines when its last register is written or lost, all others at
+ * once. The offset from a master clock is in the line when it is at most 1000 ppm.
  *
  * All functions are safe from any thread; one transfer is on the bus at a time. */
 #pragma once
@@ -40,7 +41,7 @@ struct SIM_FAULTS_T {
     uint32_t fail_in;  // this transfer from now, 1 the next, fails with EIO before its first byte;
                        // those on a descriptor that is not open do not count; 0 none
     uint32_t delay_us; // time each transfer holds the bus
-    uint32_t fail_every = 0; // each so many-th transfer fails with EREMOTEIO; 0 none
+    uint32_t fail_every = 0; // 3: every third transfer fails with EREMOTEIO; 0 none
 };
 
 /* The file. */
