@@ -29,6 +29,10 @@ done
 
 as_root=
 [ "$(id -u)" -eq 0 ] || as_root=sudo
+if [ -n "$as_root" ] && ! command -v sudo >/dev/null; then
+    echo "$0: sudo is missing; as root: apt-get install --no-install-recommends$missing" >&2
+    exit 1
+fi
 echo "installing:$missing"
 $as_root apt-get update -qq
 # shellcheck disable=SC2086 # a list of words
