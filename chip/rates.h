@@ -28,19 +28,21 @@ inline constexpr RATE_ROW_T rate_rows[] = {
 // clang-format on
 inline constexpr int RATE_COUNT = std::size(rate_rows);
 
-/* In ppm of 128 times the rate; 0 to 10 for every row. */
-constexpr double centre_offset_ppm(const RATE_ROW_T &row)
+/* Clock of a numerator, in ppm above 128 times the rate. */
+constexpr double offset_ppm(const RATE_ROW_T &row, double num)
 {
-    const double ratio = row.mult + static_cast<double>(row.num) / RATIO_DENOM;
+    const double ratio = row.mult + num / RATIO_DENOM;
     return (PLL_A_HZ / ratio / (1 << row.div) / (128.0 * row.rate_hz) - 1) * 1e6;
 }
+/* At the centre of the trims, 0 to 10 for every row. */
 constexpr bool are_rates_true()
 {
+    bool all = true;
     for (const RATE_ROW_T &row : rate_rows) {
-        const double ppm = centre_offset_ppm(row);
-        if (ppm < 0 || ppm > 10) return false;
+        const double ppm = offset_ppm(row, row.num);
+        all = all && ppm >= 0 && ppm <= 10;
     }
-    return true;
+    return all;
 }
 static_assert(are_rates_true(), "each row gives 128 times its rate from this PLL A");
 

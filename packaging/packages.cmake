@@ -47,9 +47,10 @@ set(CPACK_DEBIAN_DEV_PACKAGE_SUGGESTS ${SERVICE_PACKAGE})
 set(CPACK_DEBIAN_DEV_DESCRIPTION
     "commands to the Si5351A clock service, for C++ programs
 Static libraries, headers, pkg-config files and CMake packages for a program
-that sets and trims the audio master clocks of the board: si5351_client, the
-calls that command the clock service, and vx_net, the socket helper library
-below them. The protocol and the status file are described, with examples.")
+that sets and trims the audio master clocks of the board: genlock, which
+finds from the fill of a FIFO when to trim, si5351_client, the calls that
+command the clock service, and vx_net, the socket helper library below them.
+The protocol and the status file are described, with examples.")
 
 include(CPack)
 foreach(part service dev)
