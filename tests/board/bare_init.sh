@@ -10,64 +10,19 @@ mount -t devtmpfs devtmpfs /dev
 mount -t tmpfs tmpfs /tmp
 mount -t tracefs tracefs /sys/kernel/tracing
 ip link set lo up
+# shellcheck source=tests/board/checks.sh
+. /bin/checks.sh
 
 end_board() {
     echo "GUEST_RC=$1"
     poweroff -f
 }
 
-# check WHAT COMMAND...: the command must succeed within 10 s; the first that does not ends it all.
-check() {
-    what=$1
-    shift
-    tries=0
-    while ! "$@" >/tmp/check 2>&1; do
-        tries=$((tries + 1))
-        if [ $tries -ge 100 ]; then
-            echo "FAILED: $what"
-            tail -n 40 /tmp/check
-            end_board 1
-        fi
-        usleep 100000
-    done
-    echo "ok: $what"
-}
-
-# expect THREAD RESULT FIRST BYTE...: one more two-byte write per byte, to registers from the first on.
-expect() {
-    thread=$1 result=$2 reg=$3
-    shift 3
-    for byte in "$@"; do
-        printf '%s write: i2c-1 #0 a=060 f=0200 l=2 [%02x-%s]\n' "$thread" "$reg" "$byte"
-        printf '%s result: i2c-1 n=1 ret=%s\n' "$thread" "$result"
-        reg=$((reg + 1))
-    done >>/tmp/expected
-}
-
-# All that went over the bus so far, but for what this script told the switch.
-bus_agrees() {
-    usleep 200000 # a write too many comes late
-    sed -n 's/^ *\(.*\)-[0-9]* *\[.*: i2c_/\1 /p' /sys/kernel/tracing/trace |
-        grep -v '^i2ctransfer ' >/tmp/seen
-    diff /tmp/expected /tmp/seen
-}
-
 connect_chip() { i2ctransfer -y 1 w1@0x70 0x01; }
 disconnect_chip() { i2ctransfer -y 1 w1@0x70 0x00; }
 load_bus() { insmod /modules/i2c-bcm2835.ko; }
 has_bus() { [ -c /dev/i2c-1 ]; }
-serves() { grep -q ' 0100007F:2AF8 ' /proc/net/udp; }
-log_has() { [ "$(grep -c "$2" /var/log/si5351_app.log)" -eq "$1" ]; }
-text_is() { [ "$1" = "$2" ] || { printf '%s\nwanted:\n%s\n' "$1" "$2" && false; }; }
-file_is() { text_is "$(cat "$1")" "$2"; }
 registers_are() { text_is "$(i2ctransfer -y 1 w1@0x60 "$1" r8)" "$2"; }
-send() { bash -c 'printf "$1" >/dev/udp/127.0.0.1/11000' - "$1"; }
-
-# ask REQUEST COUNT: sends a datagram and prints so many replies.
-ask() {
-    bash -c 'exec 3<>/dev/udp/127.0.0.1/11000; printf "$1" >&3
-        timeout 5 dd bs=2048 count="$2" <&3 2>/dev/null' - "$1" "$2"
-}
 
 start_service() {
     si5351_app >>/tmp/output 2>&1 &
@@ -89,27 +44,9 @@ check "the chip is on the bus" connect_chip
 echo 1 >/sys/kernel/tracing/events/i2c/i2c_write/enable
 echo 1 >/sys/kernel/tracing/events/i2c/i2c_result/enable
 
-# Bring-up: 103 writes.
-expect si5351_app 1 3 ff
-expect si5351_app 1 16 80 80 80 80 80 80 80 80
-expect si5351_app 1 2 ff
-expect si5351_app 1 4 20
-expect si5351_app 1 7 0f
-expect si5351_app 1 15 00 0d 0d 0d 8c 8c 8c 8c 8c
-expect si5351_app 1 26 00 03 00 0e aa 00 00 02
-expect si5351_app 1 42 01 00 00 10 4f 00 00 80 01 00 00 10 4f 00 00 80 00 01 00 02 80 00 00 00
-expect si5351_app 1 90 00 00
-expect si5351_app 1 149 00 00 00 00 00 00 00
-expect si5351_app 1 162 00 00 00 00 00 00
-expect si5351_app 1 183 92
-expect si5351_app 1 177 ac
-expect si5351_app 1 3 00
-expect si5351_app 1 26 00 03 00 0e aa 00 00 02
-for first in 42 50 58; do
-    expect si5351_app 1 $first ff ff 10 22 9e ff 50 1e # 73 + 253600/1048575, then / 2
-done
+expect_bring_up
 start_service "the service starts"
-check "bring-up is 103 writes and their results" text_is "$(wc -l </tmp/expected)" 206
+check "bring-up is 103 writes and their results" text_is "$(wc -l </run/expected)" 206
 check "bring-up reaches the bus byte for byte" bus_agrees
 
 reply=$(ask '\x34\x12\0\0\x02\0\0\0\x44\xac\0\0' 1 | xxd -p | tr -d '\n')
