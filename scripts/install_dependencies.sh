@@ -1,6 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages that are missing, as root or through sudo.
 # Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross] [fuzz] [package]
+#        [board]
 set -eu
 
 packages=
@@ -16,7 +17,8 @@ for purpose in "$@"; do
     cross) packages="$packages g++-aarch64-linux-gnu qemu-user-static" ;;
     fuzz) packages="$packages clang libclang-rt-14-dev" ;;
     package) packages="$packages dpkg-dev file lintian man-db systemd" ;;
-    *) echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package]" >&2; exit 2 ;;
+    board) packages="$packages mmdebstrap" ;;
+    *) echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package] [board]" >&2; exit 2 ;;
     esac
 done
 

@@ -17,13 +17,8 @@ work="$folder.new"
 rm -rf "$work" "$folder"
 mkdir -p "$work/.apt/lists/partial" "$work/.apt/archives/partial"
 work=$(cd "$work" && pwd)
-apt-get update --print-uris -o Dir::State::Lists="$work/.apt/lists" |
-    sed -n "s|^'\(.*\)/dists/\(bookworm[a-z-]*\)/main/binary-.*|\1 \2|p" |
-    awk -v deb='deb [signed-by=/usr/share/keyrings/debian-archive-keyring.gpg]' '
-        { print deb, $1, $2, "main" }
-        $2 == "bookworm" { print deb, $1, "bookworm-backports", "main" }' |
-    sort -u >"$work/.apt/sources.list"
-[ -s "$work/.apt/sources.list" ] || { echo "$0: this machine has no Debian 12 sources" >&2; exit 1; }
+scripts/debian_sources.sh >"$work/.apt/sources.list"
+sed -i '/ bookworm /{p;s// bookworm-backports /}' "$work/.apt/sources.list"
 status=/var/lib/dpkg/status
 if [ "$architecture" != "$(dpkg --print-architecture)" ]; then
     status="$work/.apt/status"
