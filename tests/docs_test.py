@@ -1,5 +1,5 @@
 #!/usr/bin/python3
-"""Holds the documents against a running service: their examples, texts, numbers and the schema.
+"""Holds the documents against the sources and a running service: lists, numbers, examples, schema.
 Usage: docs_test.py SERVICE_OVER_THE_SIMULATED_CHIP"""
 import json
 import os
@@ -10,163 +10,84 @@ import subprocess
 import sys
 import time
 import unittest
+from fractions import Fraction
 from pathlib import Path
 
 import jsonschema
 
 PROJECT = Path(__file__).resolve().parent.parent
-DOCS = PROJECT / "docs"
 LOG = Path("/tmp/docs_test.log")
 STATUS = Path("/tmp/genlock.json")
-SERVICE = ("127.0.0.1", 11000)
+PIPE = Path("/tmp/si5351")
 
 
-def read_doc(name):
-    return (DOCS / name).read_text()
+def read(name):
+    return (PROJECT / name).read_text()
 
 
 def read_blocks(name, language):
     """The fenced blocks of a language, in order; "" for plain ones."""
-    blocks = re.findall(r"^```(\w*)\n(.*?)^```$", read_doc(name), re.M | re.S)
+    blocks = re.findall(r"^```(\w*)\n(.*?)^```$", read(name), re.M | re.S)
     return [text for found, text in blocks if found == language]
 
 
 def read_rows(name, heading):
     """The cells of a table, found by the first cell of its heading."""
-    table = read_doc(name).split(f"\n| {heading} |", 1)[1].split("\n\n", 1)[0]
+    table = read(name).split(f"\n| {heading} |", 1)[1].split("\n\n", 1)[0]
     return [[cell.strip() for cell in row.strip("|").split("|")]
             for row in table.strip().split("\n")[2:]]
 
 
-def await_true(what, reached):
-    deadline = time.monotonic() + 20
-    while not reached():
-        if time.monotonic() > deadline:
-            raise AssertionError(f"{what} did not come: {LOG.read_text()[-1000:]}")
-        time.sleep(0.01)
+def read_rates():
+    """The table of rates: rate, mult, num, div, step."""
+    rows = re.findall(r"^    \{ *(\d+), +(\d+), (\d+), +(\d), +(\d+)\},$", read("chip/rates.h"), re.M)
+    return [[int(cell) for cell in row] for row in rows]
 
 
-class Documents(unittest.TestCase):
-    def setUp(self):
-        for path in (STATUS, Path("/tmp/si5351"), Path("/tmp/si5351.txt")):
-            path.unlink(missing_ok=True)
-        with LOG.open("w") as log:
-            self.service = subprocess.Popen([PROGRAM], stdout=log, stderr=log)
-        self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
-        self.sock.settimeout(20)
-        await_true("the port", lambda: " 0100007F:2AF8 " in Path("/proc/net/udp").read_text())
-        await_true("the pipe", lambda: Path("/tmp/si5351").is_fifo())
+def run(command):
+    return subprocess.run(["bash", "-c", command], check=True, capture_output=True, text=True,
+                          cwd=PROJECT, timeout=20).stdout
 
-    def tearDown(self):
-        self.assertIsNone(self.service.poll(), "the service ended by itself")
-        self.service.kill()
-        self.service.wait()
-        self.sock.close()
 
-    def send(self, *words):
-        self.sock.sendto(struct.pack(f"={len(words)}i", *words), SERVICE)
+class Lists(unittest.TestCase):
+    """What is entered in a source must be entered in the documents too."""
 
-    def settle(self):
-        """Fetches the listing: all commands before it are done by then."""
-        self.send(0x1239)
-        while not self.sock.recv(256).startswith(b"ch:3 "):
-            pass
+    def test_every_console_keyword_stands_in_the_documents(self):
+        rows = re.findall(r'^    \{"(\w+)", +(?:"(\w+)"|nullptr),', read("console/console.cpp"), re.M)
+        self.assertGreater(len(rows), 7)
+        for name, keywords in (("docs/console.md", {word for row in rows for word in row if word}),
+                               ("README.md", {row[0] for row in rows})):
+            cells = " ".join(row[0] for row in read_rows(name, "Text"))
+            self.assertEqual(keywords - set(re.findall(r"`([a-z]+)", cells)), set(), name)
 
-    def type(self, text, logged):
-        seen = LOG.read_text().count(logged)
-        Path("/tmp/si5351").write_text(text + "\n")
-        await_true(logged, lambda: LOG.read_text().count(logged) > seen)
+    def test_every_command_code_stands_in_the_documents(self):
+        codes = re.findall(r"= (0x\d+),", read("trim/commands.h"))
+        self.assertGreater(len(codes), 5)
+        self.assertEqual([row[0] for row in read_rows("README.md", "Code")], codes)
+        self.assertEqual(read_rows("docs/protocol.md", "Offset")[0][2:], codes)
 
-    def read_clock(self):
-        return re.findall(r"CLK0 runs at (\S+) Hz, (\S+) ppm", LOG.read_text())[-1]
-
-    def test_examples_of_the_protocol(self):
-        start, expected = read_blocks("protocol.md", "")
-        self.send(0x1239)
-        self.assertEqual("".join(self.sock.recv(256).decode() for _ in range(4)), start)
-
-        Path("/tmp/example.c").write_text(read_blocks("protocol.md", "c")[0])
-        Path("/tmp/example.py").write_text(read_blocks("protocol.md", "python")[0])
-        subprocess.run("cc -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Werror -o /tmp/example "
-                       "/tmp/example.c", shell=True, check=True)
-        for example in (["/tmp/example"], [sys.executable, "/tmp/example.py"]):
-            with self.subTest(example=example):
-                printed = subprocess.run(example, check=True, capture_output=True, timeout=20)
-                self.assertEqual(printed.stdout.decode(), expected)
-
-    def test_texts_of_the_console(self):
-        self.type("dump", "dump si5351 param")
-        self.assertEqual([Path("/tmp/si5351.txt").read_text()], read_blocks("console.md", ""))
-        for text, logged in (("inc 2", "ch:2 increase"), ("Increase", "ch:1 increase"),
-                             ("inc2", "ch:1 increase"), ("dec", "ch:1 decrease"),
-                             ("rst", "ch:1 reset"), ("init 3 96000", "ch:3 rate:96000 init"),
-                             ("init", "ch:1 rate:48000 init"), ("no", "disable si5351"),
-                             ("yes", "enable si5351"), ("step 44100", "rate:44100 step:100")):
-            self.type(text, logged)
-        keywords = read_rows("console.md", "Text")
-        self.assertEqual([re.match(r"`(\w+)", row[0])[1] for row in keywords],
-                         ["inc", "dec", "rst", "init", "step", "n", "y", "dump"])
-
-    def test_frequencies_of_the_bring_up(self):
-        rows = read_rows("bring-up.md", "Rate")
-        self.assertEqual(len(rows), 6)
-        for rate, centre, off, step, fastest, slowest in rows:
-            with self.subTest(rate=rate):
-                for command, count, expected in ((0x1235, 24, fastest), (0x1236, 24, slowest)):
-                    self.send(0x1234, 1, int(rate))
-                    self.settle()
-                    self.assertEqual(self.read_clock(), (centre, off.split()[0]))
-                    self.send(command, 1, 0)
-                    self.settle()
-                    moved = abs(float(self.read_clock()[0]) / float(centre) - 1) * 1e6
-                    self.assertAlmostEqual(moved, float(step.split()[0]), delta=0.011)
-                    for _ in range(count - 1):
-                        self.send(command, 1, 0)
-                    self.settle()
-                    self.assertEqual(self.read_clock()[0], expected)
-
-    def test_dividers_of_the_status_file(self):
-        for rate, nominal, divider, step in read_rows("status-file.md", "Rate"):
-            with self.subTest(rate=rate):
-                self.send(0x1234, 1, int(rate))
-                self.settle()
-                self.type("dump", "dump si5351 param")
-                line = Path("/tmp/si5351.txt").read_text().split("\n")[1]
-                mult, num = re.fullmatch(r"(\d+) × 1048575 \+ (\d+)", divider).groups()
-                self.assertIn(f" step:{step} ", line)
-                self.assertIn(f" defVal:{nominal} ", line)
-                self.assertIn(f" mult:{mult} num:{num} denom:1048575 ", line)
-
-    def test_status_file_and_schema(self):
-        schema = json.loads(read_doc("genlock.schema.json"))
-        jsonschema.Draft7Validator.check_schema(schema)
-        validator = jsonschema.Draft7Validator(schema)
-        self.send(0x1238, 1, 4096, 1024)
-        self.settle()
-        example = read_blocks("status-file.md", "json")[0]
-        self.assertEqual(STATUS.read_text(), example.replace("\n", ""))
-
-        for command in ((0x1238, 2, -1, -5), (0x1238, 3, 2**31 - 1, -2**31), (0x1238, 7, 1, 1),
-                        (0x1234, 2, 32000), (0x1235, 1, 0), (0x1234, 3, 192000)):
-            self.send(*command)
-            self.send(0x1238, 1, 4096, 1024)
-            self.settle()
-            validator.validate(json.loads(STATUS.read_text()))
-        self.assertIn('"analog":{"fifoTotal":-1,"fifoUsed":-5,"ppmAdjusted":0,', STATUS.read_text())
-
-        for fault, old, new in (("a channel missing", '"analog"', '"digital"'),
-                                ("a member missing", '"fifoUsed":0', '"fifoFree":0'),
-                                ("a member too many", '"fifoUsed":0', '"fifoUsed":0,"more":0'),
-                                ("another limit", ":300", ":299"),
-                                ("a text for a number", ":1024", ':"1024"'),
-                                ("a fraction", ":1024", ":10.24"),
-                                ("beyond 32 bits", ":4096", ":2147483648"),
-                                ("another root", '"genlock"', '"clock"')):
-            self.assertFalse(validator.is_valid(json.loads(example.replace(old, new))), fault)
+    def test_every_rate_stands_in_the_documents_with_its_frequencies(self):
+        rates = read_rates()
+        clocks = read_rows("docs/bring-up.md", "Rate")
+        dividers = read_rows("docs/status-file.md", "Rate")
+        self.assertGreater(len(rates), 5)
+        for rows in (rates, clocks, dividers):
+            self.assertEqual([int(row[0]) for row in rows], [row[0] for row in rates])
+        for (rate, mult, num, div, step), clock, divider in zip(rates, clocks, dividers):
+            def output(steps):
+                ratio = Fraction(mult * 1048575 + num + steps * step, 1048575)
+                return 900000000 / ratio / 2**div
+            shown = [f"{float(hz):.2f}" for hz in (output(0), output(-24), output(24))]
+            self.assertEqual([clock[1], clock[4], clock[5]], shown)
+            off = float(output(0) / (128 * rate) - 1) * 1e6
+            moved = float(output(-1) / output(0) - 1) * 1e6
+            self.assertAlmostEqual(float(clock[2].split()[0]), off, delta=0.006)
+            self.assertAlmostEqual(float(clock[3].split()[0]), moved, delta=0.006)
+            self.assertEqual(divider[1:], [str(num), f"{mult} × 1048575 + {num}", str(step)])
 
     def test_every_error_line_is_explained(self):
         """Every literal part of a message of the service must stand in the list."""
-        explained = read_doc("bring-up.md")
+        explained = read("docs/bring-up.md")
         inner = {"filepath is null", "setReg invalid ch:%d ", "invalid freq:0 for ch:%d",
                  "invalid denom:0 for registers from %u"}  # for programs that call the engine
         found = set()
@@ -178,6 +99,82 @@ class Documents(unittest.TestCase):
         for message in found - inner:
             for part in re.split(r"%\w+|\\n|[<>\[\]]", message):
                 self.assertIn(part.strip(), explained, message)
+
+
+class Examples(unittest.TestCase):
+    """Pasted beside a service that has just started."""
+
+    def setUp(self):
+        for path in (STATUS, PIPE, Path("/tmp/si5351.txt")):
+            path.unlink(missing_ok=True)
+        with LOG.open("w") as log:
+            self.service = subprocess.Popen([PROGRAM], stdout=log, stderr=log)
+        self.sock = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+        self.sock.settimeout(20)
+        deadline = time.monotonic() + 20
+        while " 0100007F:2AF8 " not in Path("/proc/net/udp").read_text() or not PIPE.is_fifo():
+            self.assertLess(time.monotonic(), deadline, LOG.read_text())
+            time.sleep(0.01)
+
+    def tearDown(self):
+        self.assertIsNone(self.service.poll(), "the service ended by itself")
+        self.service.kill()
+        self.service.wait()
+        self.sock.close()
+
+    def send(self, *words):
+        self.sock.sendto(struct.pack(f"={len(words)}i", *words), ("127.0.0.1", 11000))
+
+    def fetch_listing(self):
+        """All commands before it are done by then."""
+        self.send(0x1239)
+        return "".join(self.sock.recv(256).decode() for _ in range(4))
+
+    def test_readme(self):
+        commands, status, console = [block for block in read_blocks("README.md", "sh")
+                                     if re.search("/dev/udp|genlock.json|> /tmp/si5351", block)]
+        self.assertIn("\nch:2 rate:44100 value:753786 status:reset\n", run(commands + "true"))
+        self.assertTrue(run(status).startswith(status.split("\n# ")[1].split("...")[0]))
+        self.assertRegex(run(console), "ch:2 .* count:-1 .*\nch:3 rate:96000 .*\n5351 step conf\n")
+        code = read_blocks("README.md", "cpp")[0].split("\n\n")
+        function = f"int follow(int fifo_size, int fifo_fill) {{ {code[1]} return 0; }}"
+        Path("/tmp/readme.cpp").write_text(code[0] + "\nint follow(int, int);\n" + function)
+        run("c++ -std=c++17 -Wall -Werror -fsyntax-only -I. /tmp/readme.cpp")
+
+    def test_protocol(self):
+        start, expected = read_blocks("docs/protocol.md", "")
+        self.assertEqual(self.fetch_listing(), start)
+        Path("/tmp/example.c").write_text(read_blocks("docs/protocol.md", "c")[0])
+        Path("/tmp/example.py").write_text(read_blocks("docs/protocol.md", "python")[0])
+        run("cc -std=c11 -D_DEFAULT_SOURCE -Wall -Wextra -Werror -o /tmp/example /tmp/example.c")
+        for example in ("/tmp/example", "python3 /tmp/example.py"):
+            self.assertEqual(run(example), expected, example)
+
+    def test_console(self):
+        """The dump right after the start."""
+        text = run("echo dump > /tmp/si5351; sleep 0.2; cat /tmp/si5351.txt")
+        self.assertEqual([text], read_blocks("docs/console.md", ""))
+
+    def test_status_file_and_schema(self):
+        schema = json.loads(read("docs/genlock.schema.json"))
+        jsonschema.Draft7Validator.check_schema(schema)
+        validator = jsonschema.Draft7Validator(schema)
+        self.send(0x1238, 1, 4096, 1024)
+        self.fetch_listing()
+        example = read_blocks("docs/status-file.md", "json")[0]
+        self.assertEqual(STATUS.read_text(), example.replace("\n", ""))
+        self.send(0x1234, 2, 32000)
+        self.send(0x1238, 3, 2**31 - 1, -2**31)
+        self.fetch_listing()
+        validator.validate(json.loads(STATUS.read_text()))
+
+        for fault, old, new in (("a channel missing", '"analog"', '"digital"'),
+                                ("a member missing", '"fifoUsed":0', '"fifoFree":0'),
+                                ("a member too many", '"fifoUsed":0', '"fifoUsed":0,"more":0'),
+                                ("another limit", ":300", ":299"),
+                                ("a fraction", ":1024", ":10.24"),
+                                ("beyond 32 bits", ":4096", ":2147483648")):
+            self.assertFalse(validator.is_valid(json.loads(example.replace(old, new))), fault)
 
 
 if __name__ == "__main__":
