@@ -123,6 +123,16 @@ TEST(BringUp, WritesTheTableThePllAndTheRecords)
     EXPECT_EQ(take_writes(), expand_runs(bring_up));
 }
 
+/* decode/ has a list of its own, as it has nothing from chip/. */
+TEST(Rates, TheDecoderKnowsEveryRate)
+{
+    for (const RATE_ROW_T &row : rate_rows) {
+        int nearest_hz = 0;
+        EXPECT_EQ(get_offset_ppm(128.0 * row.rate_hz, &nearest_hz), 0);
+        EXPECT_EQ(nearest_hz, row.rate_hz);
+    }
+}
+
 /* Stands before the C library's function of the same name. */
 // NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name)
 extern "C" int pthread_create(pthread_t * /*thread*/, const pthread_attr_t * /*attributes*/,

@@ -2,18 +2,14 @@
 #include "sim/i2c_bus_sim.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <log4cpp/Category.hh>
-#include <log4cpp/OstreamAppender.hh>
-#include <log4cpp/PatternLayout.hh>
 #include <sstream>
-#include <string>
-#include <thread>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "bus/i2c_bus.h"
+#include "tests/texts.h"
 
 static const std::string REGISTER_FILE = "/tmp/sim_model_test.regs";
 
@@ -22,8 +18,7 @@ static const std::string REGISTER_FILE = "/tmp/sim_model_test.regs";
 static const std::string BRING_UP = "3=00 15=00 16=0D0D0D 26=0003000EAA000002 "
                                     "42=010000104F000080 50=010000104F000080 58=0001000280000000";
 
-static std::ostringstream log_lines; // what the simulation logged so far
-static int bus = -1;                 // the open bus device
+static int bus = -1; // the open bus device
 
 static void attach(const std::string &path)
 {
@@ -36,15 +31,10 @@ static void start_chip()
 {
     attach(REGISTER_FILE);
     sim_reset();
-    log_lines.str("");
-    if (bus >= 0) return; // opened by an earlier case of this process
-    bus = i2c_bus_open("/dev/i2c-1");
+    capture_log();
+    take_log();
+    if (bus < 0) bus = i2c_bus_open("/dev/i2c-1");
     ASSERT_GE(bus, 0);
-    auto *layout = new log4cpp::PatternLayout(); // log4cpp owns layout and appender
-    layout->setConversionPattern("%p %m%n");
-    auto *appender = new log4cpp::OstreamAppender("test", &log_lines);
-    appender->setLayout(layout);
-    log4cpp::Category::getRoot().setAppender(appender);
 }
 
 /* Writes each word in a transfer of its own; returns the last result. */
@@ -107,22 +97,21 @@ TEST(sim_model, LogsEachChangeOnce)
     send("26=0001000E80000000");  // PLL A 33 times the crystal, 891 MHz
     sim_set_faults({0, 0, 2, 0}); // the second write is lost, the last of its block
     send("54=9D 57=1E");
-    std::string text = log_lines.str();
-    for (size_t at; (at = text.find(" --[sim:")) != std::string::npos;)
-        text.erase(at, text.find(']', at) + 1 - at);
-    EXPECT_EQ(text, "INFO CLK0 runs at 24576000.00 Hz, +0.00 ppm from 128 x 192000 Hz\n"
-                    "INFO CLK1 runs at 24576000.00 Hz, +0.00 ppm from 128 x 192000 Hz\n"
-                    "INFO CLK2 runs at 100000000.00 Hz\n"
-                    "INFO CLK1 runs at 6144028.14 Hz, +4.58 ppm from 128 x 48000 Hz\n"
-                    "INFO CLK0 is off\nINFO CLK2 is off\n"
-                    "INFO CLK1 runs at 6082587.86 Hz\n"
-                    "INFO CLK1 runs at 6083236.74 Hz\n");
+    const LINES expected = {"INFO CLK0 runs at 24576000.00 Hz, +0.00 ppm from 128 x 192000 Hz",
+                            "INFO CLK1 runs at 24576000.00 Hz, +0.00 ppm from 128 x 192000 Hz",
+                            "INFO CLK2 runs at 100000000.00 Hz",
+                            "INFO CLK1 runs at 6144028.14 Hz, +4.58 ppm from 128 x 48000 Hz",
+                            "INFO CLK0 is off",
+                            "INFO CLK2 is off",
+                            "INFO CLK1 runs at 6082587.86 Hz",
+                            "INFO CLK1 runs at 6083236.74 Hz"};
+    EXPECT_EQ(take_log("sim"), expected);
 }
 
 TEST(sim_model, RefusesHostileTransfersAndWraps)
 {
     start_chip();
-    uint8_t data[] = {3, 0xFF};
+    uint8_t data[] = {3, 0xFF, 0};
     // clang-format off
     const struct { const char *fault; int fd; i2c_msg message; int count, error; } all[] = {
         {"other address answers",         bus, {0x61, 0, 2, data},         1, EREMOTEIO},
@@ -141,7 +130,8 @@ TEST(sim_model, RefusesHostileTransfersAndWraps)
         EXPECT_EQ(sim_read_register(3), 0) << row.fault;
     }
     i2c_rdwr_ioctl_data no_messages = {nullptr, 1};
-    EXPECT_EQ(i2c_bus_transfer(bus, nullptr) + i2c_bus_transfer(bus, &no_messages), -2);
+    EXPECT_EQ(i2c_bus_transfer(bus, nullptr), -1);
+    EXPECT_EQ(i2c_bus_transfer(bus, &no_messages), -1);
     sim_set_faults({0, 1, 0, 0});
     EXPECT_EQ(send("3=FF"), -1);
     EXPECT_EQ(errno, EREMOTEIO) << "silent";
@@ -152,31 +142,35 @@ TEST(sim_model, RefusesHostileTransfersAndWraps)
         bytes += i < 256 ? "11" : "22";
     send("200=" + bytes + " 243="); // and the pointer stands at 243
     EXPECT_TRUE(sim_read_register(199) == 0x11 && sim_read_register(200) == 0x22);
-    i2c_msg read = {0x60, I2C_M_RD, 2, data};
-    i2c_rdwr_ioctl_data transfer = {&read, 1};
-    EXPECT_EQ(i2c_bus_transfer(bus, &transfer), 1);
-    EXPECT_TRUE(data[0] == 0x22 && data[1] == 0x11) << "the last byte, and one of the first round";
-}
-
-TEST(sim_model, OneTransferOnTheBusAtATime)
-{
-    start_chip();
-    sim_set_faults({0, 0, 0, 2000});
+    // The usual read: register number and bytes, two messages of one transfer.
+    uint8_t reg = 242;
+    i2c_msg messages[] = {{0x60, 0, 1, &reg}, {0x60, I2C_M_RD, 3, data}};
+    i2c_rdwr_ioctl_data transfer = {messages, 2};
     sim_set_recording(true);
-    const auto start = std::chrono::steady_clock::now();
-    std::thread other([] { send("59=0 59=1 59=2 59=3 59=4 59=5 59=6 59=7 59=8 59=9"); });
-    send("51=0 51=1 51=2 51=3 51=4 51=5 51=6 51=7 51=8 51=9");
-    other.join();
-    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(40));
+    EXPECT_EQ(i2c_bus_transfer(bus, &transfer), 2);
+    EXPECT_EQ(to_hex(data, 3), "22 22 11") << "the last two bytes, and one of the first round";
     const auto list = sim_take_transactions();
-    EXPECT_EQ(list.size(), 20U);
-    for (const auto &row : list)
-        EXPECT_EQ(row.thread == getpid(), row.reg == 51);
+    ASSERT_EQ(list.size(), 2U);
+    EXPECT_EQ(list[0].reg, 242);
+    EXPECT_EQ(list[1].flags, I2C_M_RD);
+    EXPECT_EQ(list[1].len, 3);
+    EXPECT_EQ(list[1].reg, 0) << "a read has no register number";
+    messages[1].addr = 0x61;
+    EXPECT_EQ(i2c_bus_transfer(bus, &transfer), -1);
+    sim_reset();
+    EXPECT_EQ(sim_take_transactions().size(), 0U) << "kept over a reset";
+    EXPECT_EQ(i2c_bus_transfer(bus, &transfer), -1);
+    EXPECT_EQ(sim_take_transactions().size(), 0U) << "recorded after a reset";
 }
 
 TEST(sim_model, KeepsItsRegistersInTheFileOrInMemory)
 {
+    (void)unlink(REGISTER_FILE.c_str());
+    umask(0);
     start_chip();
+    struct stat status = {};
+    EXPECT_EQ(stat(REGISTER_FILE.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode, S_IFREG | 0644);
     send("3=AA");
     EXPECT_EQ(truncate(REGISTER_FILE.c_str(), 20), 0);
     attach(REGISTER_FILE);
@@ -184,13 +178,17 @@ TEST(sim_model, KeepsItsRegistersInTheFileOrInMemory)
     EXPECT_EQ(sim_read_register(255), 0) << "short file not lengthened";
     const std::string link = REGISTER_FILE + ".link";
     (void)symlink(REGISTER_FILE.c_str(), link.c_str()); // may be left from a failed run
-    for (const std::string &path : {link, std::string("/tmp"), std::string("/dev/null")}) {
-        log_lines.str("");
+    const char *const faults[][2] = {{link.c_str(), "Too many levels of symbolic links (40)"},
+                                     {"/tmp", "Is a directory (21)"},
+                                     {"/dev/null", "No such device (19)"}};
+    for (const auto &[path, reason] : faults) {
+        take_log();
         attach(path);
         EXPECT_EQ(sim_read_register(3), 0) << path; // a followed link would show 0xAA
         EXPECT_EQ(send("3=55"), 1) << path;
         EXPECT_EQ(sim_read_register(3), 0x55) << path;
-        EXPECT_EQ(log_lines.str().rfind("ERROR chip registers " + path + ": ", 0), 0U) << path;
+        EXPECT_EQ(take_log("sim").front(), "ERROR chip registers " + std::string(path) + ": " +
+                                               reason + ", kept in memory only");
     }
     EXPECT_EQ(unlink(link.c_str()), 0);
 }
