@@ -5,11 +5,13 @@
 #include <fcntl.h>
 #include <filesystem>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 
 #include "entry/start_up.h"
+#include "service/command_service.h"
 #include "sim/i2c_bus_sim.h"
 #include "tests/service_process.h"
 #include "tests/support.h"
@@ -112,6 +114,23 @@ TEST(Console, APipeThatCannotBeReadIsGivenUp)
     EXPECT_EQ(fcntl(pipe, F_GETFD), -1) << "left open";
     close(writer);
     close(nothing);
+}
+
+TEST(CommandSocket, IsRefusedWhereItCannotBeWaitedFor)
+{
+    reset_engine();
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+    std::vector<int> taken = {0};
+    while (taken.back() >= 0 && taken.back() < 1023)
+        taken.push_back(fcntl(0, F_DUPFD_CLOEXEC, 0));
+    EXPECT_EQ(udp_socket_create("127.0.0.1", 0), -1) << "a descriptor of 1024";
+    for (size_t i = 1; i < taken.size(); i++)
+        close(taken[i]);
+    EXPECT_EQ(udp_socket_create(nullptr, 0), -1);
+    EXPECT_EQ(take_log(), LINES{"ERROR create socket<127.0.0.1:0> err"});
 }
 
 /* Registers of output dividers come in blocks, each eight ascending ones of one thread. Returns how
