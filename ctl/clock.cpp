@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 
 CLOCK_T work_out_clock(const SI5351_LISTED_T &listed)
 {
@@ -25,4 +26,13 @@ int steps_left(double position, int direction)
 {
     const long left = std::lround(TRIM_LIMIT - position * direction);
     return static_cast<int>(std::clamp(left, 0L, 2L * TRIM_LIMIT));
+}
+
+std::string describe_trim(const CLOCK_T &clock)
+{
+    char text[128];
+    (void)snprintf(text, sizeof(text), "%+.4g of %d steps; left: %d faster, %d slower",
+                   clock.position, TRIM_LIMIT, steps_left(clock.position, 1),
+                   steps_left(clock.position, -1));
+    return text;
 }

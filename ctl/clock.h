@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "chip/outputs.h"
 #include "chip/rates.h"
@@ -35,3 +36,6 @@ CLOCK_T work_out_clock(const SI5351_LISTED_T &listed);
  * @return whole steps that are left in this direction, 0 to 48
  */
 int steps_left(double position, int direction);
+
+/** @return the place in the trim range: "+3 of 24 steps; left: 21 faster, 27 slower" */
+std::string describe_trim(const CLOCK_T &clock);

@@ -1,19 +1,99 @@
 /* si5351ctl: sees the clocks and drives them, from a shell. Reads the command line. */
 #include <CLI/CLI.hpp>
 
+#include "ctl/chip.h"
+#include "ctl/commands.h"
+#include "ctl/console_pipe.h"
 #include "ctl/result.h"
 #include "ctl/status.h"
 
 /* What the words of the command line set. */
 struct ARGUMENTS_T {
+    int ch = 0;
+    int rate_hz = 0;
+    int steps = 1;
+    int step_size = 0;
+    std::string image;
     bool as_json = false;
+    bool force = false;
 };
 
-static void add_subcommands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
+/* Turns the name of a path into its channel number; the result is what is wrong with it. */
+static std::string replace_name(std::string &word)
+{
+    static constexpr const char *names[][2] = {
+        {"hdmi", "1"}, {"analog", "2"}, {"earc", "3"}, {"spdif", "3"}, {"earc/spdif", "3"}};
+    for (const auto &[name, number] : names) {
+        if (word == name) word = number;
+    }
+    const bool is_number = word == "1" || word == "2" || word == "3";
+    return is_number ? "" : word + " is no channel: use 1, 2 or 3, or hdmi, analog or earc";
+}
+
+static CLI::App *add_channel_command(CLI::App *app, const char *name, const char *purpose, int *ch)
+{
+    CLI::App *command = app->add_subcommand(name, purpose);
+    command->add_option("CHANNEL", *ch, "1, 2 or 3, or hdmi, analog or earc")
+        ->required()
+        ->transform(CLI::Validator(replace_name, ""));
+    return command;
+}
+
+static void add_trim(CLI::App *app, const char *name, int direction, ARGUMENTS_T *arguments,
+                     RESULT_E *result)
+{
+    const std::string purpose =
+        std::string("trim the clock of a channel, one step or more ") + name;
+    CLI::App *trim = add_channel_command(app, name, purpose.c_str(), &arguments->ch);
+    trim->add_option("STEPS", arguments->steps, "trim steps, 1 to 48; 1 when left away")
+        ->check(CLI::Range(1, 48).description(""));
+    trim->callback([=] { *result = trim_clock(arguments->ch, direction, arguments->steps); });
+}
+
+static void add_pipe_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
+{
+    app->add_subcommand("enable", "let the commands of programs reach the chip")->callback([=] {
+        *result = switch_chip_writes(true);
+    });
+    app->add_subcommand("disable", "keep the commands of programs from the chip")->callback([=] {
+        *result = switch_chip_writes(false);
+    });
+    CLI::App *step = app->add_subcommand("step", "set the size of a trim step for a sample rate");
+    step->add_option("RATE", arguments->rate_hz, "sample rate in Hz")->required();
+    step->add_option("SIZE", arguments->step_size, "in units of the divider's numerator")
+        ->required();
+    step->add_flag("--force", arguments->force, "also a size that makes no sense");
+    step->callback([=] {
+        *result = set_step_size(arguments->rate_hz, arguments->step_size, arguments->force);
+    });
+}
+
+static void add_chip(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
+{
+    CLI::App *chip = app->add_subcommand("chip", "read the chip and compare it with the service");
+    chip->add_option("--registers", arguments->image,
+                     "an image of its registers, such as the simulated chip's file");
+    chip->callback([=] { *result = check_chip(arguments->image); });
+}
+
+static void add_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
 {
     CLI::App *status = app->add_subcommand("status", "how the service and the three clocks stand");
     status->add_flag("--json", arguments->as_json, "as JSON");
     status->callback([=] { *result = print_status(arguments->as_json); });
+
+    CLI::App *rate =
+        add_channel_command(app, "rate", "set the sample rate of a channel", &arguments->ch);
+    rate->add_option("RATE", arguments->rate_hz, "in Hz: 44100 to 192000")->required();
+    rate->callback([=] { *result = set_rate(arguments->ch, arguments->rate_hz); });
+
+    add_trim(app, "faster", 1, arguments, result);
+    add_trim(app, "slower", -1, arguments, result);
+    add_channel_command(app, "centre", "trim the clock of a channel back to its centre",
+                        &arguments->ch)
+        ->callback([=] { *result = centre_clock(arguments->ch); });
+    add_pipe_commands(app, arguments, result);
+    add_chip(app, arguments, result);
 }
 
 static int run(int argc, char **argv)
@@ -22,7 +102,7 @@ static int run(int argc, char **argv)
     app.require_subcommand(1);
     ARGUMENTS_T arguments;
     RESULT_E result = DONE;
-    add_subcommands(&app, &arguments, &result);
+    add_commands(&app, &arguments, &result);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

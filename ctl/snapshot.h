@@ -30,9 +30,5 @@ struct SNAPSHOT_T {
  */
 SNAPSHOT_T take_snapshot(int sock, int limit_ms);
 
-/* Time limits for the service, in milliseconds: it takes 40 when nobody else asks for a listing. */
-inline constexpr int ANSWER_WAIT_MS = 1000;
-inline constexpr int LIVE_WAIT_MS = 400;
-
 /** @return what systemd says of the service, within a second; empty when it does not run there */
 std::string read_systemd_status();

@@ -3,6 +3,10 @@
 
 #include "ctl/result.h"
 
+/* Time limits for the service, in milliseconds: it takes 40 when nobody else asks for a listing. */
+inline constexpr int ANSWER_WAIT_MS = 1000;
+inline constexpr int LIVE_WAIT_MS = 400;
+
 /** @return a socket for the client calls, -1 with a message on standard error */
 int open_client_socket();
 

@@ -11,15 +11,6 @@
 
 static constexpr int BAR_WIDTH = 20;
 
-std::string describe_trim(const CLOCK_T &clock)
-{
-    char text[128];
-    (void)snprintf(text, sizeof(text), "%+.4g of %d steps; left: %d faster, %d slower",
-                   clock.position, TRIM_LIMIT, steps_left(clock.position, 1),
-                   steps_left(clock.position, -1));
-    return text;
-}
-
 std::string describe_age(double age_s)
 {
     char text[64];

@@ -11,10 +11,6 @@
  */
 RESULT_E print_status(bool as_json);
 
-/** @return place in the trim range and what is left of it, for example "+3 of 24 steps" and so on
- */
-std::string describe_trim(const CLOCK_T &clock);
-
 /** @return size and fill as numbers; "no report yet" when nothing is known */
 std::string describe_fifo(const SNAPSHOT_T &snapshot, int i);
 

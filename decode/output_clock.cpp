@@ -58,7 +58,7 @@ static SI5351_CLOCK_T decode_ratio(const uint8_t *block)
     return {(uint128_t{p1} + 512) * p3 + p2, uint128_t{128} * p3};
 }
 
-static SI5351_CLOCK_T decode_pll(const uint8_t *registers, int pll)
+SI5351_CLOCK_T decode_pll_clock(const uint8_t *registers, int pll)
 {
     if (is_set(registers[PLL_SOURCE], 2 + pll)) return NO_CLOCK; // this package has no CLKIN pin
     const auto ratio = decode_ratio(&registers[PLL_A_BLOCK + pll * SI5351_BLOCK_SIZE]);
@@ -68,7 +68,8 @@ static SI5351_CLOCK_T decode_pll(const uint8_t *registers, int pll)
 static SI5351_CLOCK_T decode_multisynth(const uint8_t *registers, int index)
 {
     const uint8_t *block = &registers[MS0_BLOCK + index * SI5351_BLOCK_SIZE];
-    const auto pll = decode_pll(registers, is_set(registers[CLK0_CONTROL + index], 5) ? 1 : 0);
+    const auto pll =
+        decode_pll_clock(registers, is_set(registers[CLK0_CONTROL + index], 5) ? 1 : 0);
     const auto ratio = decode_ratio(block);
     if (ratio.num == 0) return NO_CLOCK;
 

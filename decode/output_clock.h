@@ -31,6 +31,15 @@ struct SI5351_CLOCK_T {
  */
 SI5351_CLOCK_T decode_output_clock(const uint8_t *registers, int output);
 
+/**
+ * Decodes the frequency of a PLL.
+ * @param registers  the 256 registers; any content is allowed
+ * @param pll        0 or 1, for PLL A and B
+ * @return the frequency, not in lowest terms; num 0 when its block has P3 = 0 or its source is not
+ *         on this chip
+ */
+SI5351_CLOCK_T decode_pll_clock(const uint8_t *registers, int pll);
+
 /** @return whether both are the same frequency, exactly */
 bool is_same_clock(const SI5351_CLOCK_T &left, const SI5351_CLOCK_T &right);
 

@@ -1,0 +1,121 @@
+/* Rate, trims and centre: send, then look. */
+#include "ctl/commands.h"
+
+#include <cmath>
+#include <cstdio>
+#include <string>
+#include <unistd.h>
+
+#include "ctl/clock.h"
+#include "ctl/sockets.h"
+
+static constexpr const char *SWITCHED_OFF =
+    "chip writes are switched off; si5351ctl enable lets them through";
+
+static std::string list_rates()
+{
+    std::string text;
+    for (const RATE_ROW_T &row : rate_rows)
+        text += (text.empty() ? "" : ", ") + std::to_string(row.rate_hz);
+    return text;
+}
+
+static void print_clock(int ch, const SI5351_LISTED_T &listed)
+{
+    const CLOCK_T clock = work_out_clock(listed);
+    (void)printf("%s: %d Hz, clock %.2f Hz, %+.2f ppm, %s\n", path_names[ch - 1], listed.rate_hz,
+                 clock.hz, clock.ppm, describe_trim(clock).c_str());
+}
+
+static RESULT_E send_rate(int sock, int ch, const RATE_ROW_T &rate)
+{
+    switch (set_param_within(sock, ch, rate.rate_hz, ANSWER_WAIT_MS)) {
+    case 0:
+        print_clock(ch, {rate.rate_hz, static_cast<int32_t>(rate.num), ""});
+        return DONE;
+    case 1:
+        return fail(NOT_SO, "%s: refused: %s", path_names[ch - 1], SWITCHED_OFF);
+    default:
+        return fail_no_service();
+    }
+}
+
+RESULT_E set_rate(int ch, int rate_hz)
+{
+    const RATE_ROW_T *rate = find_rate(rate_hz);
+    if (rate == nullptr) {
+        return fail(NOT_SO, "refused: %d Hz is not supported, and was not sent; use %s", rate_hz,
+                    list_rates().c_str());
+    }
+    const int sock = open_client_socket();
+    if (sock < 0) return NOT_SO;
+    const RESULT_E result = send_rate(sock, ch, *rate);
+    (void)close(sock); // nothing is kept in it
+    return result;
+}
+
+/* How a channel stands; one that takes no trims is told. */
+static RESULT_E look_at(int sock, int ch, SI5351_LISTED_T *listed)
+{
+    SI5351_LISTED_T all[CHANNEL_COUNT];
+    if (list_channels(sock, all, ANSWER_WAIT_MS) != 0) return fail_no_service();
+    *listed = all[ch - 1];
+    if (work_out_clock(*listed).known) return DONE;
+    return fail(NOT_SO, "%s takes no trims at %d Hz; set a supported rate: si5351ctl rate %d 48000",
+                path_names[ch - 1], listed->rate_hz, ch);
+}
+
+/* Sends a trim several times and looks. The socket buffer of the service holds all of them. */
+static RESULT_E send_trims(int (*trim)(int, int), int ch, int times, SI5351_LISTED_T *before,
+                           SI5351_LISTED_T *after)
+{
+    const int sock = open_client_socket();
+    if (sock < 0) return NOT_SO;
+    RESULT_E result = look_at(sock, ch, before);
+    for (int i = 0; result == DONE && i < times; i++) {
+        if (trim(sock, ch) != 0) result = fail(NOT_SO, "a trim could not be sent");
+    }
+    if (result == DONE) result = look_at(sock, ch, after);
+    (void)close(sock); // nothing is kept in it
+    return result;
+}
+
+RESULT_E trim_clock(int ch, int direction, int steps)
+{
+    SI5351_LISTED_T before;
+    SI5351_LISTED_T after;
+    int (*trim)(int, int) = direction > 0 ? set_increase : set_decrease;
+    const RESULT_E result = send_trims(trim, ch, steps, &before, &after);
+    if (result != DONE) return result;
+
+    const int left = steps_left(work_out_clock(before).position, direction);
+    if (after.value == before.value && left > 0) {
+        return fail(NOT_SO,
+                    "%s: did not move: %s; or its step size was changed, and its range ends here",
+                    path_names[ch - 1], SWITCHED_OFF);
+    }
+    print_clock(ch, after);
+    if (steps <= left) return DONE;
+    return fail(NOT_SO, "%s: at the end of its range, %d of %d steps done", path_names[ch - 1],
+                left, steps);
+}
+
+/* Off the centre a channel stands whole steps away; a learned centre hardly ever does. */
+static bool is_off_centre(const SI5351_LISTED_T &listed)
+{
+    const double position = work_out_clock(listed).position;
+    return position != 0 && position == std::round(position);
+}
+
+RESULT_E centre_clock(int ch)
+{
+    SI5351_LISTED_T before;
+    SI5351_LISTED_T after;
+    // from anywhere; at the centre the rest does nothing
+    const RESULT_E result = send_trims(set_reset, ch, TRIM_LIMIT, &before, &after);
+    if (result != DONE) return result;
+    if (after.value == before.value && is_off_centre(after))
+        return fail(NOT_SO, "%s: did not move: %s", path_names[ch - 1], SWITCHED_OFF);
+    print_clock(ch, after);
+    return DONE;
+}
