@@ -3,14 +3,15 @@
 # Usage: scripts/unpack_packages.sh ARCHITECTURE FOLDER PACKAGE...
 # A PACKAGE is a name, a name/release (backports count only so), or @name: what that one depends on.
 # Of this machine's own architecture it unpacks as well what those need and the machine lacks.
-# The folder is made whole or not at all; one that was made from the same packages stays as it is.
+# The folder is made whole or not at all; one that was made alike before stays as it is. /bin, /sbin
+# and /lib lie in /usr, as in an installed Debian, and no link leads out of the folder.
 set -eu
 
 architecture=$1
 folder=$2
 shift 2
-contents="$folder/.packages"
-[ "$(cat "$contents" 2>/dev/null)" != "$architecture $*" ] || exit 0
+contents="$architecture $* $(cksum <"$0")"
+[ "$(cat "$folder/.packages" 2>/dev/null)" != "$contents" ] || exit 0
 
 # The machine's own sources, over lists and caches of their own.
 work="$folder.new"
@@ -59,5 +60,15 @@ for package in "$work"/.apt/archives/*.deb; do
     dpkg -x "$package" "$work"
 done
 rm -rf "$work/.apt"
-echo "$architecture $*" >"$work/.packages"
+for place in bin sbin lib; do
+    [ -d "$work/$place" ] || continue
+    cp -al "$work/$place" "$work/usr"
+    rm -r "${work:?}/$place"
+    ln -s "usr/$place" "$work/$place"
+done
+find "$work" -lname '/*' | while read -r link; do
+    target=$(realpath -m --relative-to="${link%/*}" "$work$(readlink "$link")")
+    ln -sfn "$target" "$link"
+done
+echo "$contents" >"$work/.packages"
 mv "$work" "$folder"

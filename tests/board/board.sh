@@ -14,8 +14,8 @@ fetch_board() {
 
 # unpacked COMMAND...: with the libraries and the programs of the packages for this machine.
 unpacked() {
-    libraries=$board/host/usr/lib/$(uname -m)-linux-gnu:$board/host/lib/$(uname -m)-linux-gnu
-    LD_LIBRARY_PATH=$libraries PATH=$board/host/usr/bin:$board/host/bin:$board/host/sbin:$PATH "$@"
+    LD_LIBRARY_PATH=$board/host/usr/lib/$(uname -m)-linux-gnu \
+        PATH=$board/host/usr/bin:$board/host/usr/sbin:$PATH "$@"
 }
 
 # make_initrd NAME: of the folder build/board/NAME, as build/board/NAME.gz.

@@ -49,7 +49,6 @@ mkdir -p "$card$modules"
 (cd "$board/guest$modules" && tar -c modules.builtin modules.builtin.modinfo modules.order \
     kernel/drivers/i2c kernel/drivers/mmc kernel/drivers/watchdog kernel/fs/ext4 kernel/fs/jbd2 \
     kernel/fs/mbcache.ko kernel/lib kernel/crypto kernel/arch/arm64) | tar -x -C "$card$modules"
-for tool in depmod modprobe; do ln -sf kmod "$board/host/bin/$tool"; done
 unpacked depmod -b "$card" "$version"
 mkdir -p "$card/check"
 cp "$@" "$card/root"
