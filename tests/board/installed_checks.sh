@@ -99,8 +99,10 @@ check_late() {
     check "removed, it ends" fails pidof si5351_app
     check "my logging file stays" grep -q '^# mine' /config/logconf/si5351_app.conf
     dpkg -P si5351-clock-service >/dev/null
-    check "a purge leaves nothing" text_is "$(find / /run /tmp -xdev -path /root -prune -o \
-        \( -name '*si5351*' -o -name 'genlock*' -o -path '/config*' \) -print)" ""
+    check "a purge leaves what the documents name" \
+        text_is "$(find / /run -xdev \( -path /root -o -path /check \) -prune -o \
+            \( -name '*si5351*' -o -name 'genlock*' -o -path '/config*' \) -print | sort | xargs)" \
+        "/tmp/genlock.json /tmp/si5351.txt"
 }
 
 case $(cat /proc/cmdline) in
