@@ -11,11 +11,8 @@
 #include <sys/mount.h>
 #include <unistd.h>
 
-#include "net/vx_net_api.h"
-
 SEEN_T seen;
 std::function<void(bool reading)> on_wait;
-std::function<void()> on_pause;
 const std::string no_host(70, 'a');
 static std::deque<int> script;
 static long open_before; // descriptors at the start of the case
@@ -49,7 +46,6 @@ template <typename FUNCTION> static FUNCTION *real(FUNCTION * /*stand_in*/, cons
 extern "C" int usleep(useconds_t us)
 {
     seen.paused_us += us;
-    if (on_pause) on_pause();
     return 0;
 }
 
@@ -73,19 +69,12 @@ STAND_IN(int, poll, (pollfd *list, nfds_t count, int limit_ms), (list, count, li
 STAND_IN(int, accept, (int fd, sockaddr *peer, socklen_t *len), (fd, peer, len), nullptr)
 STAND_IN(ssize_t, sendto, (int fd, const void *data, size_t len, int flags, const sockaddr *to,
          socklen_t to_len), (fd, data, len, flags, to, to_len), &len)
+STAND_IN(ssize_t, send, (int fd, const void *data, size_t len, int flags),
+         (fd, data, len, flags), &len)
+STAND_IN(ssize_t, recv, (int fd, void *buf, size_t size, int flags), (fd, buf, size, flags), &size)
 STAND_IN(ssize_t, recvfrom, (int fd, void *buf, size_t size, int flags, sockaddr *from,
          socklen_t *from_len), (fd, buf, size, flags, from, from_len), &size)
 // clang-format on
-
-extern "C" ssize_t send(int fd, const void *data, size_t len, int flags)
-{
-    return sendto(fd, data, len, flags, nullptr, 0);
-}
-
-extern "C" ssize_t recv(int fd, void *buf, size_t size, int flags)
-{
-    return recvfrom(fd, buf, size, flags, nullptr, nullptr);
-}
 
 /* A connect that fails by script goes on all the same, as one does that a signal interrupts. */
 extern "C" int connect(int fd, const sockaddr *to, socklen_t len)
@@ -123,41 +112,20 @@ bool in_own_namespaces()
     return inside == 0 && count == 1;
 }
 
-static int connect_to_port_of(int peer, int fd)
-{
-    const sockaddr_in to = loopback(vx_get_sock_port(peer));
-    return connect(fd, reinterpret_cast<const sockaddr *>(&to), sizeof(to));
-}
-
 void connect_pair(int kind, int *ours, int *peer)
 {
-    int bound = *peer = vx_create_sock(kind);
-    *ours = vx_create_sock(kind);
-    EXPECT_EQ(vx_bind_sock(bound, INADDR_LOOPBACK, 0), 0);
-    EXPECT_EQ(kind == 1 ? listen(bound, 1) : 0, 0);
-    EXPECT_EQ(connect_to_port_of(bound, *ours), 0);
-    if (kind == 1) {
-        *peer = accept(bound, nullptr, nullptr);
-        vx_close_socket(&bound);
-    } else {
-        EXPECT_EQ(connect_to_port_of(*ours, bound), 0);
-    }
-    EXPECT_EQ(vx_set_sock_noblock(*ours) + vx_set_sock_noblock(*peer), 0);
-}
-
-void close_all(std::initializer_list<int *> fds)
-{
-    for (int *fd : fds)
-        vx_close_socket(fd);
+    const int type = kind == VX_SOCK_STREAM ? SOCK_STREAM : SOCK_DGRAM;
+    int pair[2];
+    EXPECT_EQ(socketpair(AF_UNIX, type | SOCK_NONBLOCK, 0, pair), 0);
+    *ours = pair[0];
+    *peer = pair[1];
 }
 
 std::string received(int fd)
 {
-    std::string all;
-    char buf[4096];
-    for (ssize_t count; (count = recv(fd, buf, sizeof(buf), 0)) > 0;)
-        all.append(buf, static_cast<size_t>(count));
-    return all;
+    char data[64];
+    const ssize_t count = recv(fd, data, sizeof(data), 0);
+    return count > 0 ? std::string(data, static_cast<size_t>(count)) : "";
 }
 
 static long count_descriptors()
@@ -169,7 +137,6 @@ static long count_descriptors()
 void NetTest::SetUp()
 {
     on_wait = nullptr;
-    on_pause = nullptr;
     script_calls({});
     open_before = count_descriptors();
     if (!in_own_namespaces()) return;

@@ -5,10 +5,11 @@
 
 #include <functional>
 #include <gtest/gtest.h>
-#include <initializer_list>
 #include <netinet/in.h>
 #include <string>
 #include <vector>
+
+#include "net/vx_net_api.h"
 
 using testing::internal::CaptureStdout;
 using testing::internal::GetCapturedStdout;
@@ -29,9 +30,6 @@ extern SEEN_T seen;
 /** What a peer does at each wait (for reading or not); may be empty. */
 extern std::function<void(bool reading)> on_wait;
 
-/** What a peer does at each pause; may be empty. */
-extern std::function<void()> on_pause;
-
 /** Says what the next calls of socket, connect, listen, accept, select, poll, send, sendto, recv
  * and recvfrom do, in order; then all pass. A failing select uses up half its time. Calls of the
  * script before that were not made fail the test. */
@@ -46,18 +44,15 @@ bool in_own_namespaces();
 
 sockaddr_in loopback(int port);
 
-/** Connects two sockets over 127.0.0.1, both non-blocking; kind as for vx_create_sock, 1 or 2. */
+/** Connects two local sockets, where what one sends is at the other at once; neither blocks.
+ * @param kind  VX_SOCK_STREAM or VX_SOCK_DATAGRAM */
 void connect_pair(int kind, int *ours, int *peer);
-void close_all(std::initializer_list<int *> fds);
-template <typename VALUE = int> VALUE read_option(int fd, int level, int name)
+template <typename... FDS> void close_all(FDS... fds)
 {
-    VALUE value = {};
-    socklen_t len = sizeof(value);
-    EXPECT_EQ(getsockopt(fd, level, name, &value, &len), 0);
-    return value;
+    (vx_close_socket(fds), ...);
 }
 
-/** All that waits on a non-blocking socket. */
+/** The datagram, or the bytes of a stream, that wait on a non-blocking socket. */
 std::string received(int fd);
 
 /** Every case must leave as many open descriptors as it found, and make all its scripted calls. */
