@@ -12,7 +12,8 @@
 
 #include "net/socket_calls.h"
 
-static constexpr int MODE_FLAG_SHIFT = 16;   // from a mode bit to the flag of a result
+static constexpr int MODE_FLAG_SHIFT = 16; // from a mode bit to the flag of a result
+static_assert(VX_IS_READABLE == VX_WAIT_READABLE << MODE_FLAG_SHIFT, "flag of the mode");
 static constexpr useconds_t PAUSE_US = 1000; // between two attempts
 static constexpr int RECV_PAUSES = 1;        // with no datagram in between
 static constexpr int SEND_PAUSES = 3;        // per call
