@@ -36,6 +36,7 @@ show_first_steps() {
     done
     echo "In a second terminal, in $PWD:"
     echo "    echo \"inc 2\" > $pipe          # channel 2 one trim step faster: the log shows it"
+    echo "    build/bin/si5351ctl status          # the three clocks at a glance"
     echo "    echo dump > $pipe; cat $pipe.txt"
     echo "    build/bin/fifo_follower 2 80 30    # a consumer that trims channel 2 for 30 s"
     echo "Ctrl-C ends the service."
