@@ -1,5 +1,6 @@
 /* The layer over the I2C bus device: open, transfer and close, with the results of the system
- * calls. There are two of it, and a program links one: Linux i2c-dev, or the simulated bus. */
+ * calls. There are two versions; a program links one of them: Linux i2c-dev, or the simulated bus.
+ */
 #pragma once
 
 // before i2c-dev.h, which uses its i2c_msg

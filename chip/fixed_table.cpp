@@ -1,4 +1,5 @@
-/* Table-driven clock setting: the sets of parameters. One goes into ch_param, and then to the chip.
+/* Table-driven clock setting: the sets of parameters. A set is stored in ch_param and
+ * then written to the chip.
  *
  * One rule gives every set: 900 MHz / multisynth output as a + b/c in lowest terms, then P1 to P3
  * as in DIVIDER_T, all in whole numbers. The R divider comes after the multisynth: an offset of key
@@ -45,7 +46,7 @@ static constexpr bool stand_in_order()
 }
 static_assert(stand_in_order(), "a setting for each row of rate_rows");
 
-const MSP_ROW_T mclk_msp_22579000_inc[] = {
+constexpr MSP_ROW_T mclk_msp_22579000_inc[MSP_ROW_COUNT] = {
     // row    P1      P2      P3
     {  0, {4590,   4114, 225793}}, // +300 Hz
     {  1, {4589,  53651,  56449}}, // +600 Hz
@@ -65,7 +66,7 @@ const MSP_ROW_T mclk_msp_22579000_inc[] = {
     { 15, {4587, 103643, 112943}}, // +9600 Hz
 };
 
-const MSP_ROW_T mclk_msp_22579000_dec[] = {
+constexpr MSP_ROW_T mclk_msp_22579000_dec[MSP_ROW_COUNT] = {
     // row    P1      P2      P3
     {  0, {4590,  34726, 225787}}, // -300 Hz
     {  1, {4590,   6254,  28223}}, // -600 Hz
@@ -84,6 +85,10 @@ const MSP_ROW_T mclk_msp_22579000_dec[] = {
     { 14, {4591, 111141, 112853}}, // -8400 Hz
     { 15, {4592,  28912, 112847}}, // -9600 Hz
 };
+
+static_assert(mclk_msp_22579000_inc[MSP_ROW_COUNT - 1].row == MSP_ROW_COUNT - 1 &&
+                  mclk_msp_22579000_dec[MSP_ROW_COUNT - 1].row == MSP_ROW_COUNT - 1,
+              "no row is missing");
 
 /* Rows of these tables by key and rate: the row whose offset is key x 2^div. */
 static constexpr uint8_t msp_22579000_rows[][3] = {

@@ -7,8 +7,8 @@
 #include "bus/i2c_bus.h"
 #include "log/log.h"
 
-static constexpr int DATA_LIMIT =
-    65534; // the message is one byte longer, and its length a 16-bit field
+/* The message is one byte longer than the data, and its length is a 16-bit field. */
+static constexpr int DATA_LIMIT = 65534;
 
 int g_i2c_fd = -1;
 std::atomic<uint32_t> g_failed_writes{0};

@@ -1,5 +1,5 @@
-/* The register table of bring-up. Whatever state the chip was in, after it PLL A feeds the three
- * outputs. */
+/* The register table of bring-up. After it PLL A feeds the three outputs, whatever state the chip
+ * was in before. */
 #include "chip/register_table.h"
 
 #include <iterator>

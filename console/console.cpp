@@ -152,7 +152,7 @@ static bool read_command(int fd, char *text)
 
 int handle_cmd()
 {
-    (void)unlink(PIPE_PATH); // mostly there is none; one that stays fails the next step
+    (void)unlink(PIPE_PATH); // usually there is none; if it stays, the next call fails
     const int created = mkfifo(PIPE_PATH, 0777);
     if (created != 0) {
         LOG_ERROR("mkfifo %s, errno %d:%s", PIPE_PATH, errno, strerror(errno));

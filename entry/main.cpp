@@ -12,11 +12,11 @@
 static constexpr const char *LOGGING_FILE = "/config/logconf/si5351_app.conf";
 static constexpr unsigned SLEEP_S = 5;
 
-/* Nobody would read the pipe any more, and a writer would wait forever. The signal ends the process
- * all the same: it has its default effect again, as soon as this returns. */
+/* Removes the pipe: without a reader, a writer would wait forever. The signal is raised again and,
+ * with its default effect, ends the process when this returns. */
 static void remove_pipe(int signal_number)
 {
-    (void)unlink(PIPE_PATH); // mostly it is there
+    (void)unlink(PIPE_PATH); // usually it is there
     (void)raise(signal_number);
 }
 

@@ -23,7 +23,7 @@ static uint32_t failed_at_start;
 
 /* Written by the service thread. */
 static char told_status[TEXT_SIZE]; // empty: not even READY
-static int64_t next_us;             // when the next message may go out
+static int64_t next_us;             // when to look again
 static int64_t watchdog_due_us;
 
 static int64_t read_clock_us()
@@ -71,12 +71,12 @@ static void report_pass()
 {
     const int64_t now_us = read_clock_us();
     if (now_us < next_us) return;
+    next_us = now_us + PAUSE_US;
     char status[TEXT_SIZE] = "";
     format_status(status, "serving");
     const bool changed = strcmp(status, told_status) != 0;
     const bool watchdog_due = watchdog_us > 0 && now_us >= watchdog_due_us;
     if (!changed && !watchdog_due) return;
-    next_us = now_us + PAUSE_US;
     if (changed ? send_status(status) : send_message("WATCHDOG=1"))
         watchdog_due_us = now_us + watchdog_us / 4;
 }

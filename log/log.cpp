@@ -31,8 +31,8 @@ void log_line(int priority, const char *source, unsigned line, const char *forma
     category.log(priority, "%s --[%s:%u]", message, source, line);
 }
 
-/* A file that failed half-way may have set up something: that goes, for the root and for our
- * category. log4cpp owns appender and layout. */
+/* A file that failed half-way may have set up some appenders: they are removed, for the root and
+ * for our category. log4cpp owns appender and layout. */
 static void log_to_standard_error()
 {
     auto *layout = new log4cpp::PatternLayout();

@@ -36,7 +36,7 @@ static void hold_channel_and_fifo(SERVICE_T *service)
 
 static void send_text(const SERVICE_T *service, const char *text, size_t length)
 {
-    // A failure has nobody to go to: the sender is gone.
+    // On failure the sender is gone; nothing is left to do.
     (void)vx_udp_send(service->sock, text, static_cast<int>(length), &service->sender);
 }
 
@@ -142,7 +142,7 @@ int udp_socket_create(const char *ip, int port)
         LOG_ERROR("create socket<%s:%d> err", ip, port);
         return -1;
     }
-    (void)vx_set_sock_noblock(sock); // one that blocks would do: it is read only when ready
+    (void)vx_set_sock_noblock(sock); // one that blocks does no harm: it is read only when ready
     if (vx_bind_sock(sock, vx_ip_a2n(ip), port) >= 0) return sock;
     vx_close_socket(&sock);
     LOG_ERROR("bind socket<%s:%d> err", ip, port);

@@ -22,7 +22,7 @@ int receive_message(int sock, SI5351_MSG_T *message, sockaddr_in *sender)
     socklen_t sender_size = sizeof(*sender);
     const int length = vx_udp_recv(sock, message, MESSAGE_SIZE, 0, sender, &sender_size);
     if (length > 0) return length;
-    // An empty datagram has a sender and is gone; without a sender, the next one is still waiting.
+    // With a sender it was an empty datagram, taken already. Without one, nothing was taken.
     if (sender->sin_family == AF_UNSPEC) drop_oversized(sock);
     return length;
 }

@@ -92,12 +92,19 @@ static void take_reply(int sock)
     (void)receive_message(sock, &reply, &sender);
 }
 
+/* vx_select refuses other descriptors at once: nothing is sent whose answer cannot be waited for.
+ */
+static bool can_wait_for(int sock, const CLIENT_CALL_T &call)
+{
+    if (sock > 0 && sock < FD_SETSIZE) return true;
+    errno = EBADF;
+    (void)log_unsent(sock, call);
+    return false;
+}
+
 int send_set_param(int sock, int ch, int rate_hz)
 {
-    if (sock <= 0 || sock >= FD_SETSIZE) { // vx_select would refuse it at once, each time
-        errno = EBADF;
-        return log_unsent(sock, set_param_call);
-    }
+    if (!can_wait_for(sock, set_param_call)) return -1;
     drop_late_replies(sock);
     for (;;) {
         if (send_command(sock, set_param_call, ch, rate_hz) != 0) return -1;
@@ -198,6 +205,7 @@ static bool collect_listing(int sock, TIME_POINT end, SI5351_LISTED_T *listed)
 
 static int list_until(int sock, SI5351_LISTED_T *listed, TIME_POINT end)
 {
+    if (!can_wait_for(sock, dump_call)) return -1;
     drop_late_replies(sock);
     if (send_command(sock, dump_call, 0) != 0) return -1;
     if (collect_listing(sock, end, listed)) return 0;
@@ -207,6 +215,7 @@ static int list_until(int sock, SI5351_LISTED_T *listed, TIME_POINT end)
 
 int list_channels(int sock, SI5351_LISTED_T *listed, int limit_ms)
 {
+    if (listed == nullptr) return -1;
     return list_until(sock, listed, end_of_wait(limit_ms));
 }
 
@@ -222,19 +231,20 @@ static bool await_echo(int sock, TIME_POINT end, int ch, int rate_hz)
     return false;
 }
 
-/* A rate that was set starts at its nominal numerator. Another numerator behind the word of the
- * set-param is an older trim: chip writes are off. Behind another word it is a trim that came after
- * the set-param, unless it is 0, which no trim of a set rate leads to. */
+/* A rate that was set starts at its nominal numerator. When the numerator is another one and the
+ * last command is still a set-param, nothing was set: chip writes are off. When the last command is
+ * a trim, it came after the set-param. A numerator of 0 tells that the rate was refused. */
 static bool is_set(const SI5351_LISTED_T &listed, int rate_hz)
 {
     const RATE_ROW_T *row = find_rate(rate_hz);
     if (row == nullptr || listed.rate_hz != rate_hz) return false;
     if (listed.value == static_cast<int32_t>(row->num)) return true;
-    return listed.value != 0 && strcmp(listed.status, get_status_si53512(set_param_call.cmd)) != 0;
+    return listed.value != 0 && strcmp(listed.status, command_row(set_param_call.cmd).word) != 0;
 }
 
 int set_param_within(int sock, int ch, int rate_hz, int limit_ms)
 {
+    if (!can_wait_for(sock, set_param_call)) return -1;
     const TIME_POINT end = end_of_wait(limit_ms);
     drop_late_replies(sock);
     if (send_command(sock, set_param_call, ch, rate_hz) != 0) return -1;

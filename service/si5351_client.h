@@ -18,8 +18,8 @@
 
 /**
  * Sets a channel's sample rate, which also puts its trim back to the centre, and waits until the
- * service answers. Whatever datagram comes in by then is the answer; its content is not looked at.
- * Without a service the call waits forever: it sends again every 2 seconds, each time after
+ * service answers. The first datagram that arrives counts as the answer; its content is not looked
+ * at. Without a service the call waits forever: it sends again every 2 seconds, each time after
  * logging "get 5351 set param response timeout".
  * Late answers of the service, to an earlier call that had to send again, are dropped first. An
  * answer of more than 64 bytes is dropped too, after a message of vx_udp_recv on standard output.
@@ -62,9 +62,10 @@ int set_reset(int sock, int ch);
  */
 int set_fifo_status(int sock, int ch, int fifo_size, int fifo_fill);
 
-/* From here on calls that never wait longer than they are told to. The time limit counts for the
- * whole call; a service that is not busy takes 40 ms for a listing. Only datagrams from the
- * service's address and port are looked at, those of others are dropped. */
+/* The calls below never wait longer than they are told to. The time limit counts for the whole
+ * call; the caller's socket is a descriptor of 1 to 1023; a service that is not busy takes 40 ms
+ * for a listing. Only datagrams from the service's address and port are looked at, those of others
+ * are dropped. */
 
 /* A channel as the service lists it. */
 struct SI5351_LISTED_T {
@@ -80,8 +81,8 @@ inline constexpr int SI5351_LISTED_COUNT = 3;
  * @param listed    room for SI5351_LISTED_COUNT records, filled with channels 1, 2 and 3 in this
  *                  order; unchanged on failure
  * @param limit_ms  wait at most so long, in milliseconds
- * @return 0 listed; -1 not sent, logged as for send_set_param with VX_SI5351_DUMP, or no whole
- *         answer in time, logged as "get 5351 dump response timeout"
+ * @return 0 listed; -1 a null listed (not logged), not sent, logged as for send_set_param with
+ * VX_SI5351_DUMP, or no whole answer in time, logged as "get 5351 dump response timeout"
  */
 int list_channels(int sock, SI5351_LISTED_T *listed, int limit_ms);
 

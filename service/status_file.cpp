@@ -12,7 +12,7 @@
 
 static constexpr const char *STATUS_FILE = "/tmp/genlock.json";
 static constexpr const char *NEW_FILE = "/tmp/fifo.json";
-static constexpr size_t TEXT_SIZE = 1024; // 318 are the most it can take
+static constexpr size_t TEXT_SIZE = 1024; // the text has at most 318 bytes
 static constexpr int PPM_MAX_STEP = 300;
 
 static constexpr const char *channel_names[] = {"hdmi", "analog", "earc/spdif"};
@@ -43,10 +43,10 @@ static size_t build_text(char *text)
 /* @return what went wrong; then the earlier file stays */
 static STATUS_FAULT_T replace_file(const char *text, size_t length)
 {
-    (void)remove(NEW_FILE); // mostly there is none; one that stays fails the next step
+    (void)remove(NEW_FILE); // usually there is none; if it stays, the next call fails
     const WRITE_E result = write_text_file(NEW_FILE, O_EXCL, text, length);
     const int failure = errno;
-    // Half a text is of no use, and a full disk wants its room back.
+    // Half a text is of no use; on a full disk this frees its space again.
     if (result == NOT_WHOLE) (void)unlink(NEW_FILE);
     if (result != WRITTEN) return {NEW_FILE, failure};
     if (rename(NEW_FILE, STATUS_FILE) != 0) return {STATUS_FILE, errno};

@@ -12,7 +12,7 @@ struct STATUS_FAULT_T {
 extern STATUS_FAULT_T g_status_fault;
 
 /**
- * Rewrites the status file from the records, in one step: a reader finds the old text or the new
+ * Rewrites the status file from the records, at once: a reader finds the old text or the new
  * one, whole. A text that could not be written whole never replaces the file. Takes the engine lock
  * for the copy of the records only.
  * @return 0 when the text was built, whether or not it could be written (g_status_fault tells; not

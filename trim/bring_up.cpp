@@ -11,8 +11,8 @@ int vx_si5351_init()
 {
     write_register_table();
     setupPLL(PLL_A_BLOCK, PLL_A_MULT, PLL_A_NUM, PLL_A_DENOM);
-    for (const SI5351_CONF_T &conf : stSi5351Conf)
-        write_output(conf);
+    for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++)
+        write_output(ch);
     ch_param = {};
     return 1;
 }

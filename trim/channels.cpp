@@ -17,11 +17,12 @@ static constexpr SI5351_CONF_T start_record(int32_t ch)
 }
 
 std::mutex g_engine_lock;
-SI5351_CONF_T stSi5351Conf[] = {start_record(1), start_record(2), start_record(3)};
-static_assert(std::size(stSi5351Conf) == CHANNEL_COUNT, "a record for each channel");
-int32_t stStep[] = {rate_rows[0].start_step, rate_rows[1].start_step, rate_rows[2].start_step,
-                    rate_rows[3].start_step, rate_rows[4].start_step, rate_rows[5].start_step};
-static_assert(std::size(stStep) == RATE_COUNT, "a trim step for each rate");
+static_assert(CHANNEL_COUNT == 3, "a record for each channel below");
+SI5351_CONF_T stSi5351Conf[CHANNEL_COUNT] = {start_record(1), start_record(2), start_record(3)};
+static_assert(RATE_COUNT == 6, "a trim step for each rate below");
+int32_t stStep[RATE_COUNT] = {rate_rows[0].start_step, rate_rows[1].start_step,
+                              rate_rows[2].start_step, rate_rows[3].start_step,
+                              rate_rows[4].start_step, rate_rows[5].start_step};
 std::atomic<int32_t> g_s32EnableSi5351{1};
 std::atomic<int64_t> si5351pid{0};
 

@@ -1,13 +1,17 @@
 /* What is known of a command code: its word and what it does to a channel's trim. */
 #pragma once
 
+#include <cstdint>
+
 #include "trim/commands.h"
 
-enum MOVE_E { NO_MOVE, MOVE_FASTER, MOVE_SLOWER, MOVE_TO_CENTRE };
+/* What a command does to the trim: one step. For faster and slower the value is the sign of the
+ * change of count and numerator: a larger numerator makes a slower clock. */
+enum MOVE_E : int32_t { MOVE_FASTER = -1, NO_MOVE = 0, MOVE_SLOWER = 1, MOVE_TO_CENTRE = 2 };
 
 struct COMMAND_ROW_T {
     const char *word; // in logs and dumps
-    MOVE_E move;      // one trim step
+    MOVE_E move;
 };
 
 /* The one place where a command is entered. There is no default, so that a new code without a row
@@ -31,7 +35,4 @@ constexpr COMMAND_ROW_T command_row(VX_SI5351CMD_E code)
  * @param status  a command code
  * @return its word in logs and dumps; "unknonw" for a value that is no command code
  */
-constexpr const char *get_status_si53512(VX_SI5351CMD_E status)
-{
-    return command_row(status).word;
-}
+const char *get_status_si53512(VX_SI5351CMD_E status);

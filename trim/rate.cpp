@@ -37,7 +37,7 @@ int vx_si5351_set_param(int32_t ch, int32_t rate_hz)
         LOG_ERROR("set 5351 conf err, ret:%d", result);
         return -1;
     }
-    write_output(channel_record(ch));
+    write_output(ch);
     return 0;
 }
 

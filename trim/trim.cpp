@@ -11,22 +11,18 @@ static constexpr int32_t TRIM_LIMIT = 24;        // steps either way of the cent
 static constexpr int32_t CENTRE_BAND_STEPS = 20; // how far a learned centre may wander
 static constexpr int32_t CENTRE_CREEP = 100;     // a return to 0 moves it by step / 100
 
-/* Sign of the change of count and numerator: a larger numerator makes a slower clock. */
-enum DIRECTION_E : int32_t { FASTER = -1, SLOWER = 1 };
-
-static bool has_rate(const SI5351_CONF_T &conf)
-{
-    if (find_rate(conf.rate) != nullptr) return true;
-    LOG_ERROR("invalid rate:%d", conf.rate);
-    return false;
-}
-
-static bool has_channel(const SI5351_CONF_T *conf)
+static bool check_record(const SI5351_CONF_T *conf)
 {
     if (conf == nullptr) return false;
-    if (is_channel(conf->ch)) return true;
-    LOG_ERROR("invalid ch:%d", conf->ch);
-    return false;
+    if (!is_channel(conf->ch)) {
+        LOG_ERROR("invalid ch:%d", conf->ch);
+        return false;
+    }
+    if (find_rate(conf->rate) == nullptr) {
+        LOG_ERROR("invalid rate:%d", conf->rate);
+        return false;
+    }
+    return true;
 }
 
 /* base + count * step in 32 bits. The console takes any step size: a far too large one wraps around
@@ -41,7 +37,7 @@ static int32_t move_num(int32_t base, int32_t count, int32_t step)
  * to one that lies a little on the side where it was held: each return moves it by a hundredth of a
  * step to that side. A learned centre on the other side of the nominal numerator, or more than 20
  * steps away, is forgotten: learning starts again at the nominal numerator. */
-static int32_t learn_centre(const SI5351_CONF_T &conf, DIRECTION_E direction)
+static int32_t learn_centre(const SI5351_CONF_T &conf, MOVE_E direction)
 {
     const int32_t side = -direction;
     const int32_t edge = move_num(conf.defVal, side * CENTRE_BAND_STEPS, conf.step);
@@ -51,23 +47,23 @@ static int32_t learn_centre(const SI5351_CONF_T &conf, DIRECTION_E direction)
     return move_num(in_band ? conf.xValue : conf.defVal, side, conf.step / CENTRE_CREEP);
 }
 
-static bool is_at_end(const SI5351_CONF_T &conf, DIRECTION_E direction)
+static bool is_at_end(const SI5351_CONF_T &conf, MOVE_E direction)
 {
-    if (direction == FASTER && conf.count <= -TRIM_LIMIT) {
+    if (direction == MOVE_FASTER && conf.count <= -TRIM_LIMIT) {
         LOG_INFO("mclk is max, count:%d", conf.count);
         return true;
     }
-    if (direction == SLOWER && conf.count >= TRIM_LIMIT) {
+    if (direction == MOVE_SLOWER && conf.count >= TRIM_LIMIT) {
         LOG_INFO("mclk is min,ch:%d count:%d", conf.ch, conf.count);
         return true;
     }
     return false;
 }
 
-/* Moves the record of a valid channel; results as of vx_si5351_conf_inc. */
-static int step_record(SI5351_CONF_T *conf, DIRECTION_E direction)
+/* Results as of vx_si5351_conf_inc. */
+static int step_record(SI5351_CONF_T *conf, MOVE_E direction)
 {
-    if (!has_rate(*conf)) return -1;
+    if (!check_record(conf)) return -1;
     if (is_at_end(*conf, direction)) return 1;
     conf->count += direction;
     if (conf->count == 0) {
@@ -82,12 +78,12 @@ static int step_record(SI5351_CONF_T *conf, DIRECTION_E direction)
 
 int vx_si5351_conf_inc(SI5351_CONF_T *conf)
 {
-    return has_channel(conf) ? step_record(conf, FASTER) : -1;
+    return step_record(conf, MOVE_FASTER);
 }
 
 int vx_si5351_conf_dec(SI5351_CONF_T *conf)
 {
-    return has_channel(conf) ? step_record(conf, SLOWER) : -1;
+    return step_record(conf, MOVE_SLOWER);
 }
 
 static void log_record(const SI5351_CONF_T &conf)
@@ -104,9 +100,10 @@ int vx_si5351_param_inc_dec2(SI5351_CONF_T *conf)
     return 0;
 }
 
-void write_output(const SI5351_CONF_T &conf)
+void write_output(int32_t ch)
 {
-    Multisynth(output_block(conf.ch), conf.mult, conf.num, conf.denom, conf.div);
+    const SI5351_CONF_T &conf = channel_record(ch);
+    Multisynth(output_block(ch), conf.mult, conf.num, conf.denom, conf.div);
 }
 
 void setReg(int32_t ch)
@@ -115,59 +112,51 @@ void setReg(int32_t ch)
         LOG_ERROR("setReg invalid ch:%d ", ch);
         return;
     }
-    write_output(channel_record(ch));
+    write_output(ch);
 }
 
-static void step_channel(SI5351_CONF_T *conf, DIRECTION_E direction)
+static void step_channel(int32_t ch, MOVE_E direction)
 {
+    SI5351_CONF_T *conf = &channel_record(ch);
     if (step_record(conf, direction) != 0) return;
     log_record(*conf);
-    write_output(*conf);
+    write_output(conf->ch);
 }
 
-static void step_to_centre(SI5351_CONF_T *conf)
+static void step_to_centre(int32_t ch)
 {
-    if (conf->count == 0) return;
-    step_channel(conf, conf->count < 0 ? SLOWER : FASTER);
-    LOG_INFO("si5351 ch:%d rate:%d reset to value:%d xvalue:%d def:%d", conf->ch, conf->rate,
-             conf->value, conf->xValue, conf->defVal);
-}
-
-static void move_channel(SI5351_CONF_T *conf, MOVE_E move)
-{
-    // clang-format off
-    switch (move) {
-    case MOVE_FASTER:    return step_channel(conf, FASTER);
-    case MOVE_SLOWER:    return step_channel(conf, SLOWER);
-    case MOVE_TO_CENTRE: return step_to_centre(conf);
-    case NO_MOVE:        return;
-    }
-    // clang-format on
+    const SI5351_CONF_T &conf = channel_record(ch);
+    if (conf.count == 0) return;
+    step_channel(ch, conf.count < 0 ? MOVE_SLOWER : MOVE_FASTER);
+    LOG_INFO("si5351 ch:%d rate:%d reset to value:%d xvalue:%d def:%d", ch, conf.rate, conf.value,
+             conf.xValue, conf.defVal);
 }
 
 void drive_channel(int32_t ch, VX_SI5351CMD_E command, bool reaches_chip)
 {
     if (!is_channel(ch)) return;
-    SI5351_CONF_T *conf = &channel_record(ch);
-    conf->status = command;
-    if (reaches_chip) move_channel(conf, command_row(command).move);
+    channel_record(ch).status = command;
+    const MOVE_E move = command_row(command).move;
+    if (!reaches_chip || move == NO_MOVE) return;
+    if (move == MOVE_TO_CENTRE) return step_to_centre(ch);
+    step_channel(ch, move);
 }
 
 int vx_si5351_increase(int32_t ch)
 {
-    if (is_channel(ch)) step_channel(&channel_record(ch), FASTER);
+    if (is_channel(ch)) step_channel(ch, MOVE_FASTER);
     return 0;
 }
 
 int vx_si5351_decrease(int32_t ch)
 {
-    if (is_channel(ch)) step_channel(&channel_record(ch), SLOWER);
+    if (is_channel(ch)) step_channel(ch, MOVE_SLOWER);
     return 0;
 }
 
 int vx_si5351_reset_chn2(int32_t ch)
 {
-    if (is_channel(ch)) step_to_centre(&channel_record(ch));
+    if (is_channel(ch)) step_to_centre(ch);
     return 0;
 }
 
@@ -176,7 +165,7 @@ void handle_reset_stat()
     for (int32_t ch = 1; ch <= CHANNEL_COUNT; ch++) {
         SI5351_CONF_T &conf = channel_record(ch);
         if (conf.status != VX_SI5351_SET_RESET) continue;
-        step_to_centre(&conf);
+        step_to_centre(ch);
         if (conf.value == 0) conf.status = VX_SI5351_SET_PARAM;
     }
 }

@@ -16,11 +16,11 @@ void drive_channel(int32_t ch, VX_SI5351CMD_E command, bool reaches_chip);
 
 /**
  * Writes a channel's multisynth from its record.
- * @param conf  a record with a valid channel
+ * @param ch  a valid channel, 1 to 3
  */
-void write_output(const SI5351_CONF_T &conf);
+void write_output(int32_t ch);
 
-/* From here on the single calls. A trim takes two: a step in the record and, when that gave 0, the
+/* The single calls. One trim needs two of them: a step in the record and, when that gave 0, the
  * write to the chip. */
 
 /**
