@@ -45,7 +45,7 @@ VX_WAN_SOURCES_T stWanSources = {
     {"您的IP地址是：[", "'>", "My IP address: "},
     {"] </", "</", "</"},
 };
-static_assert(sizeof(stWanSources.webUrl) == 3 * 32, "rows, and the room for a text");
+static_assert(sizeof(stWanSources.webUrl) == 96, "three texts of 32 bytes");
 
 uint16_t cal_chksum(const void *data, int len)
 {

@@ -16,7 +16,7 @@
 #pragma once
 
 #ifndef __cplusplus
-#error "This header is for C++; docs/protocol.md shows how to command the service from C."
+#error "C++ only: a C program sends the datagrams that docs/protocol.md describes"
 #endif
 
 #include <cstdint>
@@ -341,7 +341,7 @@ int vx_tcp_noblock_accept(int fd, sockaddr *peer, socklen_t *peer_len, timeval *
 
 /**
  * Makes a listening local stream socket with a backlog of 1024. A file of that path is removed
- * first, whatever it is. A failed listen prints as Listen does.
+ * first, of any kind but a directory. A failed listen prints as Listen does.
  * @return the descriptor; -1 null or a failure
  */
 int vx_create_local_tcp_server(const char *path);
@@ -361,7 +361,8 @@ int vx_local_tcp_send(int fd, const void *data, int len);
  * @return bytes received, 0 at the end of the stream, -1 bad arguments or a failure */
 int vx_local_tcp_recv(int fd, void *buf, int len);
 
-/** Makes a bound local datagram socket. A file of that path is removed first, whatever it is.
+/** Makes a bound local datagram socket. A file of that path is removed first,
+ * of any kind but a directory.
  * @return the descriptor; -1 null or a failure */
 int vx_create_local_udp_server(const char *path);
 

@@ -11,7 +11,7 @@
 #pragma once
 
 #ifndef __cplusplus
-#error "This header is for C++; docs/protocol.md shows how to command the service from C."
+#error "C++ only: a C program sends the datagrams that docs/protocol.md describes"
 #endif
 
 #include <cstdint>
