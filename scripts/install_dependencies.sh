@@ -1,7 +1,7 @@
 #!/bin/sh
 # Installs the Debian packages that are missing, as root or through sudo.
 # Usage: scripts/install_dependencies.sh [build] [test] [check] [bench] [cross] [fuzz] [package]
-#        [board]
+#        [board] [plot]
 set -eu
 
 packages=
@@ -18,7 +18,11 @@ for purpose in "$@"; do
     fuzz) packages="$packages clang libclang-rt-14-dev" ;;
     package) packages="$packages dpkg-dev file lintian man-db systemd" ;;
     board) packages="$packages mmdebstrap" ;;
-    *) echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package] [board]" >&2; exit 2 ;;
+    plot) packages="$packages gnuplot-nox" ;;
+    *)
+        echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package] [board] [plot]" >\&2
+        exit 2
+        ;;
     esac
 done
 
