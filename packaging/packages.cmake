@@ -52,6 +52,13 @@ finds from the fill of a FIFO when to trim, si5351_client, the calls that
 command the clock service, and vx_net, the socket helper library below them.
 The protocol and the status file are described, with examples.")
 
+# A file without a component, or with one of another name, would be in no package.
+get_cmake_property(outside COMPONENTS)
+list(REMOVE_ITEM outside ${CPACK_COMPONENTS_ALL})
+if(outside)
+    message(FATAL_ERROR "installed, but in no package: files of the component ${outside}")
+endif()
+
 include(CPack)
 foreach(part service dev)
     cpack_add_component(${part} GROUP ${part})

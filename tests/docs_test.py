@@ -85,6 +85,16 @@ class Lists(unittest.TestCase):
             self.assertAlmostEqual(float(clock[3].split()[0]), moved, delta=0.006)
             self.assertEqual(divider[1:], [str(num), f"{mult} × 1048575 + {num}", str(step)])
 
+    def test_address_and_crystal_are_the_same_everywhere(self):
+        address = re.search(r"CHIP_ADDRESS = (0x\w+);", read("chip/i2c_access.h"))[1]
+        for name in ("sim/i2c_bus_sim.cpp", "ctl/chip.cpp", "README.md"):
+            self.assertTrue(address in read(name), name)
+        self.assertTrue(address[2:] in read("docs/bring-up.md"), address)
+        crystal = re.search(r"CRYSTAL_HZ = (\d+)000000;", read("chip/outputs.h"))[1]
+        self.assertTrue(f"CRYSTAL_HZ = {crystal}000000;" in read("decode/output_clock.cpp"), crystal)
+        for name in ("README.md", "docs/bring-up.md"):
+            self.assertTrue(f"{crystal} MHz crystal" in read(name), name)
+
     def test_every_error_line_is_explained(self):
         """Every literal part of a message of the service must stand in the list."""
         explained = read("docs/bring-up.md")
