@@ -19,7 +19,10 @@ base_in_namespace() {
     # shellcheck disable=SC2016 # the inner shell expands it
     unshare --user --mount --keep-caps sh -c 'kill -STOP $$
         exec setpriv --reuid=0 --regid=0 --clear-groups "$0" --base' "$0" &
-    until grep -q '^State:.T' /proc/$!/status; do sleep 0.1; done
+    until grep -qs '^State:.T' /proc/$!/status; do
+        kill -0 $! # until it has failed
+        sleep 0.1
+    done
     echo 0 100000 65536 >/proc/$!/uid_map
     echo 0 100000 65536 >/proc/$!/gid_map
     kill -CONT $!
