@@ -7,18 +7,22 @@ cd "$(dirname "$0")/../.."
 . tests/board/board.sh
 card=$board/card
 
-# The base system, kept for the next time. The scripts in its packages run under QEMU; where the
-# machine cannot do that by itself, only a user namespace learns it (from Linux 6.7 on).
-base() {
-    scripts/debian_sources.sh | mmdebstrap --mode=root --variant=essential --architectures=arm64 \
-        --skip=check/qemu --aptopt='Acquire::Languages "none"' \
-        --dpkgopt='path-exclude=/usr/share/locale/*' \
-        --include=systemd,systemd-sysv,udev,kmod,dbus,procps,liblog4cpp5v5 bookworm - -
-}
-base_in_namespace() {
+# The base system, kept for the next time. The scripts in its packages run under QEMU.
+debian="mmdebstrap --mode=root --variant=essential --architectures=arm64 --skip=check/qemu \
+    --aptopt='Acquire::Languages \"none\"' --dpkgopt='path-exclude=/usr/share/locale/*' \
+    --include=systemd,systemd-sysv,udev,kmod,dbus,procps,liblog4cpp5v5 bookworm - -"
+
+# Where the machine cannot run AArch64 programs by itself, only a user namespace learns it (from Linux
+# 6.7 on). Its root is nobody here: no setting of the machine can change, and no home is open to it.
+elf='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
+mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+learn="mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
+    printf %s ':aarch64:M::$elf:$mask:$(command -v qemu-aarch64-static):OCF' \
+        >/proc/sys/fs/binfmt_misc/register"
+in_namespace() { # SCRIPT
     # shellcheck disable=SC2016 # the inner shell expands it
-    unshare --user --mount --keep-caps sh -c 'kill -STOP $$
-        exec setpriv --reuid=0 --regid=0 --clear-groups "$0" --base' "$0" &
+    unshare --user --mount --keep-caps sh -c 'cd /; kill -STOP $$
+        exec setpriv --reuid=0 --regid=0 --clear-groups sh -ec "$0"' "$1" <"$board/sources.list" &
     until grep -qs '^State:.T' /proc/$!/status; do
         kill -0 $! # until it has failed
         sleep 0.1
@@ -28,18 +32,13 @@ base_in_namespace() {
     kill -CONT $!
     wait $!
 }
-if [ "$1" = --base ]; then
-    mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
-    elf='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
-    mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
-    printf %s ":aarch64:M::$elf:$mask:$(command -v qemu-aarch64-static):OCF" \
-        >/proc/sys/fs/binfmt_misc/register
-    base
-    exit
-fi
 if [ ! -s "$board/base.tar" ]; then
-    if "$board/guest/bin/busybox" true 2>/dev/null; then make=base; else make=base_in_namespace; fi
-    $make >"$board/base.tar.new"
+    scripts/debian_sources.sh >"$board/sources.list"
+    if "$board/guest/bin/busybox" true 2>/dev/null; then
+        sh -ec "$debian" <"$board/sources.list" >"$board/base.tar.new"
+    else
+        in_namespace "$learn; $debian" >"$board/base.tar.new"
+    fi
     mv "$board/base.tar.new" "$board/base.tar"
 fi
 
