@@ -1,84 +1,133 @@
-/* What a consumer of an audio stream does with the clock service: sets its channel's rate, reports
- * its FIFO, and trims the channel by the fill until the clock keeps in step with the source.
+/* A whole consumer of an audio stream: sets its channel's rate, tells each transfer of its FIFO to
+ * the follower, sends the trim steps that it gives, and outlives a restart of the service.
  *
- *     fifo_follower CHANNEL PPM [SECONDS]
+ *     fifo_follower CHANNEL PPM [SECONDS [RATE]]
  *
- * FIFO and source are simulated: 48000 frames/s come in, PPM faster (negative: slower), and go out
- * at the channel's clock. Without SECONDS it runs until it is killed. Try "fifo_follower 2 80".
+ * Source and FIFO are simulated: RATE frames/s come in (48000 without it), PPM faster (negative:
+ * slower), and go out at the clock that the service lists for the channel. Without SECONDS it runs
+ * until it is killed. Try "fifo_follower 2 80".
  */
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <log4cpp/BasicConfigurator.hh>
-#include <unistd.h>
 
+#include "genlock/genlock.h"
 #include "net/vx_net_api.h"
 #include "service/si5351_client.h"
 
-static constexpr int RATE_HZ = 48000;
-static constexpr double STEP_PPM = 15.625; // one trim step at 48000 Hz; other rates have their own
-static constexpr int TRIM_LIMIT = 24;      // steps either way
-static constexpr int REPORTS_PER_S = 10;
+static constexpr int PERIOD = 1024; // frames in a transfer, in and out
+static constexpr int FIFO_SIZE = 4096;
+static constexpr int LIST_LIMIT_MS = 500;
 
-/* The law is proportional: each 4 frames off half full ask for one step. The FIFO itself sums up
- * the difference of the clocks, so its fill already is an integral; a consumer that stepped up or
- * down on every report would sum up a second time and swing for ever.
- * A step moves the fill by 48000 * 15.625 ppm = 0.75 frames/s, so the fill settles with a time
- * constant of 4 / 0.75 = 5.3 s, and all 24 steps are in use 96 frames off the middle, well inside
- * the FIFO. A real fill jumps with every transfer: take more frames for a step than it jumps. */
-static constexpr int FRAMES_PER_STEP = 4;
-static constexpr int FIFO_SIZE = 256;
-static constexpr int FIFO_HALF = FIFO_SIZE / 2;
-
-/* The consumer: its channel, and where it has trimmed it to. */
-struct FOLLOWER_T {
+struct CONSUMER_T {
     int sock;
     int ch;
-    int position; // in steps from the centre; positive is faster
+    int rate_hz;
+    GENLOCK_T lock;
+    int fill; // frames in the FIFO
+    // What an audio program has from its hardware.
+    double source_hz, clock_hz; // frames in a second
+    double now;                 // in s; here from the start
+    double next_in, next_out;   // times of the next transfers
 };
 
-/* One step in a direction; towards the centre by a reset, which can never lead beyond it. */
-static int trim_clock(FOLLOWER_T *follower, int direction)
+static double frames_per_s(int rate_hz, double ppm)
 {
-    int (*trim)(int, int) = direction > 0 ? set_increase : set_decrease;
-    if (follower->position * direction < 0) trim = set_reset;
-    if (trim(follower->sock, follower->ch) != 0) return -1;
-    follower->position += direction;
+    return rate_hz * (1 + ppm * 1e-6);
+}
+
+/* The simulated clock runs as the service lists it; a real one comes to the hardware by itself. */
+static void run_clock(CONSUMER_T *consumer, int rate_hz, int value)
+{
+    GENLOCK_T clock;
+    if (genlock_init(&clock, rate_hz, FIFO_SIZE, 0) != 0) return;
+    genlock_set_value(&clock, value);
+    consumer->clock_hz = frames_per_s(rate_hz, genlock_clock_ppm(&clock));
+}
+
+/* Begins to play, or again after frames were lost: in the mean the FIFO is half full. */
+static void begin(CONSUMER_T *consumer)
+{
+    consumer->fill = (FIFO_SIZE - PERIOD) / 2;
+    consumer->next_out = consumer->next_in + PERIOD / 2.0 / consumer->source_hz;
+    genlock_slipped(&consumer->lock);
+}
+
+/* The service has started again, with all channels at 48000 Hz. */
+static int set_rate_again(CONSUMER_T *consumer)
+{
+    const int rate_hz = consumer->rate_hz;
+    if (set_param_within(consumer->sock, consumer->ch, rate_hz, LIST_LIMIT_MS) != 0) return -1;
+    (void)genlock_set_rate(&consumer->lock, rate_hz);
+    consumer->clock_hz = frames_per_s(rate_hz, genlock_clock_ppm(&consumer->lock));
+    begin(consumer);
     return 0;
 }
 
-/* Reports the fill, and moves the clock at most one step to the position the fill asks for. It
- * stays where it is until the fill is a whole step off: no to and fro over a single frame. */
-static int follow_fill(FOLLOWER_T *follower, int fill)
+/* Where the channel stands: shows a restart, and sets the follower right when a step was lost. */
+static int look_at_listing(CONSUMER_T *consumer)
 {
-    if (set_fifo_status(follower->sock, follower->ch, FIFO_SIZE, fill) != 0) return -1;
-    const int off = fill - FIFO_HALF - follower->position * FRAMES_PER_STEP;
-    if (abs(off) < FRAMES_PER_STEP) return 0;
-    const int direction = off > 0 ? 1 : -1; // too full: the consumer must run faster
-    if (follower->position == direction * TRIM_LIMIT) return 0;
-    return trim_clock(follower, direction);
+    SI5351_LISTED_T listed[SI5351_LISTED_COUNT];
+    if (list_channels(consumer->sock, listed, LIST_LIMIT_MS) != 0) return -1;
+    const SI5351_LISTED_T &mine = listed[consumer->ch - 1];
+    run_clock(consumer, mine.rate_hz, mine.value);
+    if (mine.rate_hz != consumer->rate_hz) return set_rate_again(consumer);
+    genlock_set_value(&consumer->lock, mine.value);
+    return 0;
 }
 
-/* The simulated FIFO from one report to the next; full and empty it loses what does not fit. */
-static double pass_time(double fill, int source_ppm, int position)
+/* Tells the follower what a transfer has left, at once, and does what it says. */
+static int follow(CONSUMER_T *consumer)
 {
-    fill += RATE_HZ * 1e-6 * (source_ppm - position * STEP_PPM) / REPORTS_PER_S;
-    if (fill < 0) return 0;
-    return fill < FIFO_SIZE ? fill : FIFO_SIZE;
+    const int step = genlock_update(&consumer->lock, consumer->fill, consumer->now);
+    if (step == 0) return 0;
+    int (*trim)(int, int) = step > 0 ? set_increase : set_decrease;
+    if (trim(consumer->sock, consumer->ch) != 0) return -1;
+    (void)look_at_listing(consumer); // for the simulated clock; a real consumer need not
+    return 0;
 }
 
-static int run(FOLLOWER_T *follower, int source_ppm, int run_s)
+/* Once a second: the fill for the status file, the listing, and a line for whoever looks on. */
+static int report(CONSUMER_T *consumer)
+{
+    const GENLOCK_T &lock = consumer->lock;
+    if (set_fifo_status(consumer->sock, consumer->ch, FIFO_SIZE, consumer->fill) != 0) return -1;
+    (void)look_at_listing(consumer); // logs a failure; a second later it tries again
+    (void)printf("%4.0f s  fill %+.1f  source %+.1f ppm  clock %+.2f ppm  position %+d%s%s\n",
+                 consumer->now, lock.fill_off, lock.source_ppm, genlock_clock_ppm(&lock),
+                 lock.position, lock.locked ? "  locked" : "", lock.saturated ? "  saturated" : "");
+    return 0;
+}
+
+/* Waits until the next transfer, and moves its frames; empty or full, the FIFO begins again at
+ * half.
+ */
+static void transfer(CONSUMER_T *consumer)
+{
+    const bool comes_in = consumer->next_in <= consumer->next_out;
+    double *next = comes_in ? &consumer->next_in : &consumer->next_out;
+    const auto pause_ns = static_cast<long>((*next - consumer->now) * 1e9);
+    const timespec pause = {pause_ns / 1000000000, pause_ns % 1000000000};
+    (void)nanosleep(&pause, nullptr);
+    consumer->now = *next;
+    *next += PERIOD / (comes_in ? consumer->source_hz : consumer->clock_hz);
+    consumer->fill += comes_in ? PERIOD : -PERIOD;
+    if (consumer->fill < 0 || consumer->fill > FIFO_SIZE) begin(consumer);
+}
+
+static int run(CONSUMER_T *consumer, int run_s)
 {
     // Without a service this waits, and logs so every 2 s.
-    if (send_set_param(follower->sock, follower->ch, RATE_HZ) != 0) return -1;
-    double fill = FIFO_HALF;
-    for (int report = 1; run_s <= 0 || report <= run_s * REPORTS_PER_S; report++) {
-        (void)usleep(1000000 / REPORTS_PER_S);
-        fill = pass_time(fill, source_ppm, follower->position);
-        if (follow_fill(follower, static_cast<int>(fill)) != 0) return -1;
-        if (report % REPORTS_PER_S != 0) continue;
-        (void)printf("%4d s  fill %3d of %d  position %+3d, %+.3f ppm\n", report / REPORTS_PER_S,
-                     static_cast<int>(fill), FIFO_SIZE, follower->position,
-                     follower->position * STEP_PPM);
+    if (send_set_param(consumer->sock, consumer->ch, consumer->rate_hz) != 0) return -1;
+    if (look_at_listing(consumer) != 0) return -1;
+    for (int second = 1; run_s <= 0 || second <= run_s; second++) {
+        while (consumer->now < second) {
+            transfer(consumer);
+            if (follow(consumer) != 0) return -1;
+        }
+        if (report(consumer) != 0) return -1;
     }
     return 0;
 }
@@ -94,18 +143,24 @@ static bool read_number(const char *text, int *number)
 
 int main(int argc, char **argv)
 {
-    FOLLOWER_T follower = {};
-    int source_ppm = 0;
+    CONSUMER_T consumer = {};
+    int ppm = 0;
     int run_s = 0;
-    if (argc < 3 || argc > 4 || !read_number(argv[1], &follower.ch) ||
-        !read_number(argv[2], &source_ppm) || (argc == 4 && !read_number(argv[3], &run_s))) {
-        (void)fprintf(stderr, "usage: %s CHANNEL PPM [SECONDS]\n", argv[0]);
+    consumer.rate_hz = 48000;
+    if (argc < 3 || argc > 5 || !read_number(argv[1], &consumer.ch) ||
+        !read_number(argv[2], &ppm) || (argc > 3 && !read_number(argv[3], &run_s)) ||
+        (argc > 4 && !read_number(argv[4], &consumer.rate_hz)) || consumer.ch < 1 ||
+        consumer.ch > SI5351_LISTED_COUNT ||
+        genlock_init(&consumer.lock, consumer.rate_hz, FIFO_SIZE, 0) != 0) {
+        (void)fprintf(stderr, "usage: %s CHANNEL PPM [SECONDS [RATE]]\n", argv[0]);
         return 2;
     }
+    consumer.source_hz = frames_per_s(consumer.rate_hz, ppm);
+    begin(&consumer);
     log4cpp::BasicConfigurator::configure(); // the client calls log: lines to standard output
     (void)setvbuf(stdout, nullptr, _IOLBF, 0);
-    follower.sock = vx_create_sock(VX_SOCK_DATAGRAM);
-    const int result = run(&follower, source_ppm, run_s);
-    (void)vx_close_socket(&follower.sock);
+    consumer.sock = vx_create_sock(VX_SOCK_DATAGRAM);
+    const int result = run(&consumer, run_s);
+    (void)vx_close_socket(&consumer.sock);
     return result == 0 ? 0 : 1;
 }

@@ -33,7 +33,7 @@ struct GENLOCK_T {
     double source_ppm; // frequency of the source
     double wander;     // largest |fill_off| of the last one to two minutes, in frames
     bool locked;       // for 5 s: fill near its target, source known within 4 ppm
-    bool saturated;    // the source lies beyond the range of the trims
+    bool saturated;    // the end of the range is reached, and the fill wants more
     bool holding;      // the FIFO is empty or full: there is nothing to follow, no step is given
     int32_t position;  // trim position in steps, -24 to 24; positive is faster
 

@@ -20,7 +20,7 @@ for purpose in "$@"; do
     board) packages="$packages mmdebstrap" ;;
     plot) packages="$packages gnuplot-nox" ;;
     *)
-        echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package] [board] [plot]" >\&2
+        echo "usage: $0 [build] [test] [check] [bench] [cross] [fuzz] [package] [board] [plot]" >&2
         exit 2
         ;;
     esac
