@@ -18,15 +18,15 @@ static constexpr useconds_t PAUSE_US = 50000;
 
 /* Register 0, and what a set bit means. */
 static constexpr struct {
-    int bit;
     const char *words;
+    int bit;
     bool is_fault;
 } status_bits[] = {
-    {7, "the chip is still starting up (SYS_INIT)", true},
-    {6, "PLL B has no lock, and is not used (LOL_B)", false},
-    {5, "PLL A HAS LOST ITS LOCK (LOL_A)", true},
-    {4, "no clock at the input CLKIN, which is not used (LOS)", false},
-    {3, "THE CRYSTAL DOES NOT RUN (LOS_XTAL)", true},
+    {"the chip is still starting up (SYS_INIT)", 7, true},
+    {"PLL B has no lock, and is not used (LOL_B)", 6, false},
+    {"PLL A HAS LOST ITS LOCK (LOL_A)", 5, true},
+    {"no clock at the input CLKIN, which is not used (LOS)", 4, false},
+    {"THE CRYSTAL DOES NOT RUN (LOS_XTAL)", 3, true},
 };
 
 static constexpr int OUTPUT_DISABLE = 3;
@@ -104,7 +104,7 @@ static bool is_near(double left_hz, double right_hz)
     return std::fabs(left_hz - right_hz) <= right_hz * 1e-9;
 }
 
-bool has_settings(const CHIP_T &chip)
+static bool has_settings(const CHIP_T &chip)
 {
     bool running = is_near(pll_hz(chip, 0), PLL_A_HZ);
     for (int i = 0; i < CHANNEL_COUNT; i++)
@@ -112,7 +112,7 @@ bool has_settings(const CHIP_T &chip)
     return running;
 }
 
-bool is_as_listed(const CHIP_T &chip, const SNAPSHOT_T &snapshot, int i)
+static bool is_as_listed(const CHIP_T &chip, const SNAPSHOT_T &snapshot, int i)
 {
     return !snapshot.clocks[i].known || is_near(output_hz(chip, i), snapshot.clocks[i].hz);
 }
@@ -201,8 +201,9 @@ static void print_output(const CHIP_T &chip, const SNAPSHOT_T &snapshot, int i)
     (void)printf("\n");
 }
 
-static RESULT_E judge(const CHIP_T &chip, const SNAPSHOT_T &snapshot)
+RESULT_E judge_chip(const CHIP_T &chip, const SNAPSHOT_T &snapshot)
 {
+    if (!chip.fault.empty()) return fail(NOT_SO, "%s", chip.fault.c_str());
     if (!has_settings(chip)) {
         return fail(NOT_SO, "the chip lost its settings; start the service again: "
                             "systemctl restart si5351_app");
@@ -225,12 +226,12 @@ RESULT_E check_chip(const std::string &image)
     SNAPSHOT_T snapshot;
     const CHIP_T chip = read_chip_and_service(image, sock, &snapshot);
     (void)close(sock); // nothing is kept in it
-    if (!chip.fault.empty()) return fail(NOT_SO, "%s", chip.fault.c_str());
+    if (!chip.fault.empty()) return judge_chip(chip, snapshot);
 
     print_status_register(chip);
     print_pll(chip, 0);
     print_pll(chip, 1);
     for (int i = 0; i < CHANNEL_COUNT; i++)
         print_output(chip, snapshot, i);
-    return judge(chip, snapshot);
+    return judge_chip(chip, snapshot);
 }

@@ -19,13 +19,6 @@ struct CHIP_T {
  */
 CHIP_T read_chip(const std::string &image);
 
-/** @return whether the chip has the PLL A and the running outputs that the service sets up */
-bool has_settings(const CHIP_T &chip);
-
-/** @return whether the output of channel i + 1 runs at the clock that the service lists; true where
- *          the listing does not tell */
-bool is_as_listed(const CHIP_T &chip, const SNAPSHOT_T &snapshot, int i);
-
 /**
  * Reads chip and listing, once more when they differ, as a command may have come in between.
  * @param image     as for read_chip
@@ -35,8 +28,14 @@ bool is_as_listed(const CHIP_T &chip, const SNAPSHOT_T &snapshot, int i);
 CHIP_T read_chip_and_service(const std::string &image, int sock, SNAPSHOT_T *snapshot);
 
 /**
+ * Tells what is wrong with the chip, or why it cannot be compared with the listing.
+ * @return DONE as it should be; NOT_SO else, or not readable; NO_SERVICE nothing to compare with
+ */
+RESULT_E judge_chip(const CHIP_T &chip, const SNAPSHOT_T &snapshot);
+
+/**
  * Prints what the registers make of PLLs and outputs, and what is wrong with it.
  * @param image  as for read_chip
- * @return DONE as it should be; NOT_SO else, or not readable; NO_SERVICE nothing to compare with
+ * @return as judge_chip
  */
 RESULT_E check_chip(const std::string &image);

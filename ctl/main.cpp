@@ -4,8 +4,10 @@
 #include "ctl/chip.h"
 #include "ctl/commands.h"
 #include "ctl/console_pipe.h"
+#include "ctl/metrics.h"
 #include "ctl/result.h"
 #include "ctl/status.h"
+#include "ctl/watch.h"
 
 /* What the words of the command line set. */
 struct ARGUMENTS_T {
@@ -13,7 +15,9 @@ struct ARGUMENTS_T {
     int rate_hz = 0;
     int steps = 1;
     int step_size = 0;
+    int seconds = 0;
     std::string image;
+    std::string file;
     bool as_json = false;
     bool force = false;
 };
@@ -68,12 +72,28 @@ static void add_pipe_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *r
     });
 }
 
-static void add_chip(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
+static void add_image_command(CLI::App *app, const char *name, const char *purpose,
+                              RESULT_E (*run)(const std::string &), ARGUMENTS_T *arguments,
+                              RESULT_E *result)
 {
-    CLI::App *chip = app->add_subcommand("chip", "read the chip and compare it with the service");
-    chip->add_option("--registers", arguments->image,
-                     "an image of its registers, such as the simulated chip's file");
-    chip->callback([=] { *result = check_chip(arguments->image); });
+    CLI::App *command = app->add_subcommand(name, purpose);
+    command->add_option("--registers", arguments->image,
+                        "an image of the chip's registers, such as the simulated chip's file");
+    command->callback([=] { *result = run(arguments->image); });
+}
+
+static void add_lasting_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
+{
+    CLI::App *watching = app->add_subcommand("watch", "show the state live; q quits");
+    watching->callback([=] { *result = watch(arguments->seconds); });
+    CLI::App *recording = app->add_subcommand("record", "write a CSV line a channel and second");
+    recording->add_option("FILE", arguments->file, "is appended to")->required();
+    recording->callback([=] { *result = record(arguments->file, arguments->seconds); });
+    for (CLI::App *command : {watching, recording})
+        command->add_option("--seconds", arguments->seconds, "end after so many");
+    CLI::App *plotting = app->add_subcommand("plot", "draw a record into FILE.png, with gnuplot");
+    plotting->add_option("FILE", arguments->file, "from the subcommand record")->required();
+    plotting->callback([=] { *result = plot(arguments->file); });
 }
 
 static void add_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result)
@@ -93,7 +113,11 @@ static void add_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *result
                         &arguments->ch)
         ->callback([=] { *result = centre_clock(arguments->ch); });
     add_pipe_commands(app, arguments, result);
-    add_chip(app, arguments, result);
+    add_image_command(app, "chip", "read the chip and compare it with the service", check_chip,
+                      arguments, result);
+    add_image_command(app, "metrics", "print the state in the text format of Prometheus",
+                      print_metrics, arguments, result);
+    add_lasting_commands(app, arguments, result);
 }
 
 static int run(int argc, char **argv)
