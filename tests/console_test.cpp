@@ -83,26 +83,29 @@ static int find_descriptor(const std::string &path)
 
 TEST(Console, APipeThatCannotBeReadIsGivenUp)
 {
-    reset_engine();
-    std::thread console([] { EXPECT_EQ(handle_cmd(), 0); });
-    int pipe = -1;
-    for (; pipe < 0; usleep(1000))
-        pipe = find_descriptor("/tmp/si5351");
-    struct stat status = {};
-    EXPECT_EQ(fstat(pipe, &status), 0);
-    const mode_t mask = umask(0);
-    EXPECT_EQ(status.st_mode, S_IFIFO | (0777 & ~mask));
-    umask(mask);
-    const int writer = dup(pipe);
-    const int nothing = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    EXPECT_EQ(dup2(nothing, pipe), pipe);      // each read to come gives 0 bytes
-    EXPECT_EQ(write(writer, "rst 1\n", 6), 6); // ends the one under way
-    console.join();
-    EXPECT_EQ(take_log(), (LINES{"INFO ch:1 reset", "ERROR read pipe /tmp/si5351 fail, errno 0:"
-                                                    "Success"}));
-    EXPECT_EQ(fcntl(pipe, F_GETFD), -1) << "left open";
-    close(writer);
-    close(nothing);
+    static const char *const replacements[][2] = {{"/dev/null", "0:Success"},
+                                                  {"/tmp", "21:Is a directory"}};
+    umask(0);
+    for (const auto &[path, reason] : replacements) {
+        reset_engine();
+        std::thread console([] { EXPECT_EQ(handle_cmd(), 0); });
+        int pipe = -1;
+        for (; pipe < 0; usleep(1000))
+            pipe = find_descriptor("/tmp/si5351");
+        struct stat status = {};
+        EXPECT_EQ(fstat(pipe, &status), 0);
+        EXPECT_EQ(status.st_mode, S_IFIFO | 0777);
+        const int writer = dup(pipe);
+        const int other = open(path, O_RDONLY | O_CLOEXEC);
+        EXPECT_EQ(dup2(other, pipe), pipe);        // for each read to come
+        EXPECT_EQ(write(writer, "rst 1\n", 6), 6); // ends the one under way
+        console.join();
+        EXPECT_EQ(take_log(), (LINES{"INFO ch:1 reset", "ERROR read pipe /tmp/si5351 fail, errno " +
+                                                            std::string(reason)}));
+        EXPECT_EQ(fcntl(pipe, F_GETFD), -1) << "left open";
+        close(writer);
+        close(other);
+    }
 }
 
 TEST(CommandSocket, IsRefusedWhereItCannotBeWaitedFor)

@@ -95,6 +95,7 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
     setenv("SI5351_SIM_REGISTERS", (home + "/regs").c_str(), 1);
     const int supervisor = open_supervisor(home + "/notify");
     for (const auto &fault : tmp_faults) {
+        SCOPED_TRACE(fault.name);
         (void)system(fault.make); // NOLINT(cert-env33-c): a fixed text
         const SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM, home);
         const int client = open_client();
@@ -114,19 +115,18 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
             apply_command(&model, 0x1238, 1, 7, 7);
             apply_command(&model, 0x1235, 2, 0, 0);
         }
-        EXPECT_EQ(fetch_dump(client), model_dump(model)) << fault.name;
-        EXPECT_EQ(read_file(STATUS), fault.told == nullptr ? model_status(model) : "")
-            << fault.name;
-        EXPECT_EQ(read_file("/tmp/fifo.json"), "") << fault.name;
+        EXPECT_EQ(fetch_dump(client), model_dump(model));
+        EXPECT_EQ(read_file(STATUS), fault.told == nullptr ? model_status(model) : "");
+        EXPECT_EQ(read_file("/tmp/fifo.json"), "");
         if (fault.told != nullptr) await_message(supervisor, fault.told);
-        EXPECT_EQ(read_file("/tmp/of_somebody"), "") << fault.name;
+        EXPECT_EQ(read_file("/tmp/of_somebody"), "");
         sleep(1);
-        EXPECT_LT(cpu_ticks(process.pid) - before, 50) << fault.name << ": spins";
+        EXPECT_LT(cpu_ticks(process.pid) - before, 50) << "spins";
 
         ASSERT_EQ(umount2("/tmp", MNT_DETACH), 0);
         send_words(client, {0x1238, 1, 7, 7});
-        EXPECT_EQ(fetch_dump(client), model_dump(model)) << fault.name;
-        EXPECT_EQ(read_file(STATUS), model_status(model)) << fault.name;
+        EXPECT_EQ(fetch_dump(client), model_dump(model));
+        EXPECT_EQ(read_file(STATUS), model_status(model));
         (void)unlink(STATUS);
         if (fault.pipe_line != nullptr) {
             type_text("dump\n");

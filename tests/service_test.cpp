@@ -1,6 +1,7 @@
 /* The command service as a running process over the simulated chip, driven by real datagrams. */
 #include <arpa/inet.h>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -127,6 +128,11 @@ static void send_datagram(RANDOM_T *random, int client, MODEL_T *model, const st
     }
 }
 
+static void send_known(RANDOM_T *random, int client, MODEL_T *model, const uint32_t (&words)[4])
+{
+    send_datagram(random, client, model, {reinterpret_cast<const char *>(words), sizeof(words)});
+}
+
 /* Types a text, and waits for the dump that follows it: the console takes them in order. */
 static void type_and_compare(const std::string &text, const MODEL_T &model)
 {
@@ -172,8 +178,17 @@ static constexpr long GROWTH_LIMIT_PAGES = 1 << 18; // a sanitizer keeps freed m
 static constexpr long GROWTH_LIMIT_PAGES = 64; // those that the heap first touches late
 #endif
 
-/* Rounds of 500 datagrams and one text in the pipe, on a bus that fails in every fourth round.
- * RANDOM_ROUNDS in the environment: so many of them, for a run of hours. */
+/* What 500 datagrams and one text in the pipe leave behind. */
+static void run_round(RANDOM_T *random, int client, MODEL_T *model)
+{
+    for (int datagram = 0; datagram < 500; datagram++)
+        send_datagram(random, client, model, make_datagram(random, datagram % 50 == 49));
+    send_known(random, client, model, {0x1234, 9, 0, 0}); // its echo: what came before is done
+    use_console(random, model);
+}
+
+/* On a bus that fails in every fourth round; RANDOM_ROUNDS in the environment says how many, for a
+ * run of hours. */
 TEST_F(Service, AgreesWithTheModelWhateverIsSentOrTyped)
 {
     static const SIM_FAULTS_T faults[] = {
@@ -186,20 +201,17 @@ TEST_F(Service, AgreesWithTheModelWhateverIsSentOrTyped)
     std::pair<long, long> before;
     for (long round = 0; round < rounds && !HasFailure(); round++) {
         if (round == rounds / 2) before = measure(process.pid);
+        random.leans_up = round % 8 < 4;
         const bool faulty = round % 4 == 3;
         if (faulty) chip->faults = faults[round / 4 % 4];
-        random.leans_up = round % 8 < 4;
-        for (int datagram = 0; datagram < 500; datagram++)
-            send_datagram(&random, client, &model, make_datagram(&random, datagram % 50 == 49));
-        command(0x1234, 9); // refused; its echo: all that came before it is done
-        use_console(&random, &model);
+        run_round(&random, client, &model);
         chip->faults = {};
         for (int ch = 1; faulty && ch <= 3; ch++) { // heals what the faults left
             apply_typed(&model, 0x1234, ch, 96000);
             type_and_compare("init " + std::to_string(ch) + " 96000\n", model);
         }
-        command(0x1238, 1, INT32_MIN, INT32_MAX);
-        command(0x1234, 9);
+        send_known(&random, client, &model, {0x1238, 1, INT32_MAX + 1U, INT32_MAX});
+        send_known(&random, client, &model, {0x1234, 9, 0, 0});
         EXPECT_EQ(read_file(STATUS), model_status(model));
         EXPECT_NE(access("/tmp/fifo.json", F_OK), 0);
         EXPECT_EQ(chip_registers(), model_registers(model));
@@ -241,6 +253,25 @@ TEST_F(Service, SleepsBetweenItsWaits)
     EXPECT_LE(wakes("main\n"), 2) << "sleeps are 5 s long";
     EXPECT_LE(cpu_ticks(process.pid) - ticks, 5) << "spins";
     await_output(process, "INFO] audio debug_task id ");
+}
+
+TEST_F(Service, ASecondOneEndsAtOnceAndTheFirstTakesItsPipeAlong)
+{
+    const SERVICE_PROCESS_T second = start_service(SI5351_APP_SIM);
+    int status = 0;
+    waitpid(second.pid, &status, 0);
+    EXPECT_EQ(status, 1 << 8) << "exit status 1";
+    EXPECT_EQ(read_output(second),
+              "si5351_app_sim: a service is running already, it reads /tmp/si5351\n");
+    command(0x1235, 2);
+    expect_agreement();
+
+    kill(process.pid, SIGTERM);
+    waitpid(process.pid, &status, 0);
+    EXPECT_EQ(status, SIGTERM) << "ended by the signal";
+    EXPECT_NE(access("/tmp/si5351", F_OK), 0) << "a writer would wait forever";
+    process = start_service(SI5351_APP_SIM);
+    await_port();
 }
 
 TEST(ServiceStart, GoesOnWithoutBusAndLoggingFile)

@@ -118,9 +118,12 @@ TEST(Trim, CallsReturnAndLogWhatTheyMust)
         EXPECT_EQ(take_log(), c.log);
         EXPECT_EQ(take_writes(), LINES{});
     }
+    const LINES logged = {"INFO si5351 ch:2 rate:48000 value:254800 def:253600 status:set param"};
     EXPECT_EQ(vx_si5351_decrease(2), 0);
-    EXPECT_EQ(take_log(),
-              LINES{"INFO si5351 ch:2 rate:48000 value:254800 def:253600 status:set param"});
+    EXPECT_EQ(take_log(), logged);
+    EXPECT_EQ(take_writes().size(), 8U);
+    EXPECT_EQ(vx_si5351_param_inc_dec2(&stSi5351Conf[1]), 0);
+    EXPECT_EQ(take_log(), logged);
     EXPECT_EQ(take_writes().size(), 8U);
     EXPECT_EQ(read_registers(50, 8), "FF FF 10 22 9F F1 A8 1F"); // f 31, P2 0x1A81F
 }
