@@ -255,25 +255,6 @@ TEST_F(Service, SleepsBetweenItsWaits)
     await_output(process, "INFO] audio debug_task id ");
 }
 
-TEST_F(Service, ASecondOneEndsAtOnceAndTheFirstTakesItsPipeAlong)
-{
-    const SERVICE_PROCESS_T second = start_service(SI5351_APP_SIM);
-    int status = 0;
-    waitpid(second.pid, &status, 0);
-    EXPECT_EQ(status, 1 << 8) << "exit status 1";
-    EXPECT_EQ(read_output(second),
-              "si5351_app_sim: a service is running already, it reads /tmp/si5351\n");
-    command(0x1235, 2);
-    expect_agreement();
-
-    kill(process.pid, SIGTERM);
-    waitpid(process.pid, &status, 0);
-    EXPECT_EQ(status, SIGTERM) << "ended by the signal";
-    EXPECT_NE(access("/tmp/si5351", F_OK), 0) << "a writer would wait forever";
-    process = start_service(SI5351_APP_SIM);
-    await_port();
-}
-
 TEST(ServiceStart, GoesOnWithoutBusAndLoggingFile)
 {
     if (access("/dev/i2c-1", F_OK) == 0) GTEST_SKIP() << "this machine has the bus";
@@ -303,6 +284,15 @@ TEST_F(Service, ASecondInstanceEndsBeforeItTouchesTheChip)
     EXPECT_NE(read_output(second).find("a service is running already, it reads /tmp/si5351\n"),
               std::string::npos);
     expect_agreement();
+
+    for (const int end : {SIGKILL, SIGTERM}) {
+        kill(process.pid, end);
+        waitpid(process.pid, &status, 0);
+        EXPECT_EQ(WTERMSIG(status), end);
+        EXPECT_EQ(access("/tmp/si5351", F_OK) == 0, end == SIGKILL) << "the pipe goes if it can";
+        process = start_service(SI5351_APP_SIM); // whatever the first has left
+        await_port();
+    }
 }
 
 TEST(ServiceStart, WaitsForItsPort)
