@@ -34,8 +34,8 @@ struct KEYWORD_ROW_T {
     const char *other; // a second keyword, or null
     int numbers;       // how many arguments are scanned
     ARGUMENTS_T defaults;
+    VX_SI5351CMD_E command; // where the keyword is a command to a channel
     void (*act)(const KEYWORD_ROW_T &row, const ARGUMENTS_T &args);
-    VX_SI5351CMD_E command = {}; // where the keyword is a command to a channel
 };
 
 static void enable_service(const KEYWORD_ROW_T & /*unused*/, const ARGUMENTS_T & /*unused*/)
@@ -86,14 +86,14 @@ static void set_rate(const KEYWORD_ROW_T &row, const ARGUMENTS_T &args)
  * "yes" enables. No text can begin with keywords of two rows. */
 // clang-format off
 static constexpr KEYWORD_ROW_T keyword_rows[] = {
-    {"y",    "enable",   0, {0, 0},     enable_service},
-    {"n",    "disable",  0, {0, 0},     disable_service},
-    {"dump", nullptr,    0, {0, 0},     dump_records},
-    {"step", nullptr,    2, {1, 100},   set_step},
-    {"inc",  "increase", 1, {1, 0},     trim_channel, VX_SI5351_SET_INC},
-    {"dec",  "decrease", 1, {1, 0},     trim_channel, VX_SI5351_SET_DEC},
-    {"rst",  "reset",    1, {1, 0},     trim_channel, VX_SI5351_SET_RESET},
-    {"init", nullptr,    2, {1, 48000}, set_rate, VX_SI5351_SET_PARAM},
+    {"y",    "enable",   0, {0, 0},     {},                  enable_service},
+    {"n",    "disable",  0, {0, 0},     {},                  disable_service},
+    {"dump", nullptr,    0, {0, 0},     {},                  dump_records},
+    {"step", nullptr,    2, {1, 100},   {},                  set_step},
+    {"inc",  "increase", 1, {1, 0},     VX_SI5351_SET_INC,   trim_channel},
+    {"dec",  "decrease", 1, {1, 0},     VX_SI5351_SET_DEC,   trim_channel},
+    {"rst",  "reset",    1, {1, 0},     VX_SI5351_SET_RESET, trim_channel},
+    {"init", nullptr,    2, {1, 48000}, VX_SI5351_SET_PARAM, set_rate},
 };
 // clang-format on
 

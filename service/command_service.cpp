@@ -106,8 +106,8 @@ static SERVICE_ROW_T service_row(VX_SI5351CMD_E cmd)
     // clang-format off
     switch (cmd) {
     case VX_SI5351_SET_PARAM: return {hold_channel_and_rate, set_rate};
-    case VX_SI5351_SET_INC:   return {hold_channel_and_rate, trim_channel};
-    case VX_SI5351_SET_DEC:   return {hold_channel_and_rate, trim_channel};
+    case VX_SI5351_SET_INC:
+    case VX_SI5351_SET_DEC:
     case VX_SI5351_SET_RESET: return {hold_channel_and_rate, trim_channel};
     case VX_FIFO_REPORT:      return {hold_channel_and_fifo, report_fifo};
     case VX_SI5351_DUMP:      return {send_dump, do_nothing};
