@@ -3,6 +3,7 @@
 #include <log4cpp/Category.hh>
 
 #include "chip/multisynth.h"
+#include "genlock/genlock.h"
 #include "service/status_file.h"
 #include "trim/rate.h"
 #include "trim/trim.h"
@@ -55,6 +56,21 @@ static void rewrite_status_file(benchmark::State &state)
         (void)dump2json();
 }
 BENCHMARK(rewrite_status_file);
+
+/* Transfers of 256 frames in and out, each told: 375 a second at 48000 Hz. */
+static void update_follower(benchmark::State &state)
+{
+    GENLOCK_T lock;
+    (void)genlock_init(&lock, 48000, 4096, 0);
+    double now = 0;
+    int32_t fill = 1920;
+    while (state.KeepRunning()) {
+        now += 1 / 375.0;
+        fill = 4096 - fill; // 128 frames either side of the target
+        benchmark::DoNotOptimize(genlock_update(&lock, fill, now));
+    }
+}
+BENCHMARK(update_follower);
 
 int main(int argc, char **argv)
 {

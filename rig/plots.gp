@@ -18,7 +18,7 @@ sources = "using ($1/scale):3 with lines lc rgb source title 'source, ppm'"
 eval begin("cold-start")
 scale = 1
 set multiplot layout 2,1 title "Cold start: 48 kHz, source 90 ppm fast, transfers of 256 frames"
-set yrange [-25:25]
+set yrange [-25:35]
 plot columns."/cold" @level, 16 lc rgb "#bbbbbb" dt 2 title "band of 16", -16 lc rgb "#bbbbbb" dt 2 notitle
 set yrange [-10:150]
 set xlabel "seconds"
@@ -31,7 +31,7 @@ scale = 3600
 set multiplot layout 2,1 title "24 hours: 48 kHz, source drifts by 0.1 ppm a minute"
 set xrange [0:24]
 set xtics 3
-set yrange [-25:25]
+set yrange [-25:35]
 plot columns."/drift" @level
 set yrange [-40:40]
 set xlabel "hours"

@@ -69,13 +69,16 @@ grep -q "^ExecStart=$prefix/sbin/si5351_app$" "$prefix/lib/systemd/system/si5351
 PKG_CONFIG_PATH=$(echo "$prefix"/lib/*/pkgconfig)
 export PKG_CONFIG_PATH
 build_with_each "$prefix/include/si5351" g++
+awk '/^```/ { fence++; next } fence == 1' docs/genlock.md >build/trial/newcomer.cpp
 cat >build/trial/CMakeLists.txt <<END
 cmake_minimum_required(VERSION 3.25)
 project(player LANGUAGES CXX)
 add_executable(player $prefix/share/doc/si5351-clock-service-dev/examples/fifo_follower.cpp)
+add_executable(newcomer newcomer.cpp)
 foreach(library $libraries)
     find_package(\${library} REQUIRED)
     target_link_libraries(player PRIVATE \${library}::\${library})
+    target_link_libraries(newcomer PRIVATE \${library}::\${library})
 endforeach()
 END
 cmake -S build/trial -B build/trial/player -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
