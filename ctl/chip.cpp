@@ -125,13 +125,13 @@ static bool agrees(const CHIP_T &chip, const SNAPSHOT_T &snapshot)
     return all;
 }
 
-CHIP_T read_chip_and_service(const std::string &image, int sock, SNAPSHOT_T *snapshot)
+CHIP_T read_chip_and_service(const std::string &image, SNAPSHOT_T *snapshot)
 {
-    *snapshot = take_snapshot(sock, ANSWER_WAIT_MS);
+    *snapshot = take_snapshot(ANSWER_WAIT_MS);
     CHIP_T chip = read_chip(image);
     for (int i = 1; i < TRIES && snapshot->answers && !agrees(chip, *snapshot); i++) {
         (void)usleep(PAUSE_US);
-        *snapshot = take_snapshot(sock, LIVE_WAIT_MS);
+        *snapshot = take_snapshot(LIVE_WAIT_MS);
         chip = read_chip(image);
     }
     return chip;
@@ -221,11 +221,8 @@ RESULT_E judge_chip(const CHIP_T &chip, const SNAPSHOT_T &snapshot)
 
 RESULT_E check_chip(const std::string &image)
 {
-    const int sock = open_client_socket();
-    if (sock < 0) return NOT_SO;
     SNAPSHOT_T snapshot;
-    const CHIP_T chip = read_chip_and_service(image, sock, &snapshot);
-    (void)close(sock); // nothing is kept in it
+    const CHIP_T chip = read_chip_and_service(image, &snapshot);
     if (!chip.fault.empty()) return judge_chip(chip, snapshot);
 
     print_status_register(chip);

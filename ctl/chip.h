@@ -22,10 +22,9 @@ CHIP_T read_chip(const std::string &image);
 /**
  * Reads chip and listing, once more when they differ, as a command may have come in between.
  * @param image     as for read_chip
- * @param sock      from open_client_socket
  * @param snapshot  set to what the service shows
  */
-CHIP_T read_chip_and_service(const std::string &image, int sock, SNAPSHOT_T *snapshot);
+CHIP_T read_chip_and_service(const std::string &image, SNAPSHOT_T *snapshot);
 
 /**
  * Tells what is wrong with the chip, or why it cannot be compared with the listing.

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <cstdio>
 #include <string>
-#include <unistd.h>
 
 #include "ctl/clock.h"
 #include "ctl/sockets.h"
@@ -27,11 +26,16 @@ static void print_clock(int ch, const SI5351_LISTED_T &listed)
                  clock.hz, clock.ppm, describe_trim(clock).c_str());
 }
 
-static RESULT_E send_rate(int sock, int ch, const RATE_ROW_T &rate)
+RESULT_E set_rate(int ch, int rate_hz)
 {
-    switch (set_param_within(sock, ch, rate.rate_hz, ANSWER_WAIT_MS)) {
+    const RATE_ROW_T *rate = find_rate(rate_hz);
+    if (rate == nullptr) {
+        return fail(NOT_SO, "refused: %d Hz is not supported, and was not sent; use %s", rate_hz,
+                    list_rates().c_str());
+    }
+    switch (set_param_within(client_socket(), ch, rate_hz, ANSWER_WAIT_MS)) {
     case 0:
-        print_clock(ch, {rate.rate_hz, static_cast<int32_t>(rate.num), ""});
+        print_clock(ch, {rate_hz, static_cast<int32_t>(rate->num), ""});
         return DONE;
     case 1:
         return fail(NOT_SO, "%s: refused: %s", path_names[ch - 1], SWITCHED_OFF);
@@ -40,25 +44,11 @@ static RESULT_E send_rate(int sock, int ch, const RATE_ROW_T &rate)
     }
 }
 
-RESULT_E set_rate(int ch, int rate_hz)
-{
-    const RATE_ROW_T *rate = find_rate(rate_hz);
-    if (rate == nullptr) {
-        return fail(NOT_SO, "refused: %d Hz is not supported, and was not sent; use %s", rate_hz,
-                    list_rates().c_str());
-    }
-    const int sock = open_client_socket();
-    if (sock < 0) return NOT_SO;
-    const RESULT_E result = send_rate(sock, ch, *rate);
-    (void)close(sock); // nothing is kept in it
-    return result;
-}
-
 /* How a channel stands; one that takes no trims is told. */
-static RESULT_E look_at(int sock, int ch, SI5351_LISTED_T *listed)
+static RESULT_E look_at(int ch, SI5351_LISTED_T *listed)
 {
     SI5351_LISTED_T all[CHANNEL_COUNT];
-    if (list_channels(sock, all, ANSWER_WAIT_MS) != 0) return fail_no_service();
+    if (list_channels(client_socket(), all, ANSWER_WAIT_MS) != 0) return fail_no_service();
     *listed = all[ch - 1];
     if (work_out_clock(*listed).known) return DONE;
     return fail(NOT_SO, "%s takes no trims at %d Hz; set a supported rate: si5351ctl rate %d 48000",
@@ -69,15 +59,12 @@ static RESULT_E look_at(int sock, int ch, SI5351_LISTED_T *listed)
 static RESULT_E send_trims(int (*trim)(int, int), int ch, int times, SI5351_LISTED_T *before,
                            SI5351_LISTED_T *after)
 {
-    const int sock = open_client_socket();
-    if (sock < 0) return NOT_SO;
-    RESULT_E result = look_at(sock, ch, before);
-    for (int i = 0; result == DONE && i < times; i++) {
-        if (trim(sock, ch) != 0) result = fail(NOT_SO, "a trim could not be sent");
+    const RESULT_E result = look_at(ch, before);
+    if (result != DONE) return result;
+    for (int i = 0; i < times; i++) {
+        if (trim(client_socket(), ch) != 0) return fail(NOT_SO, "a trim could not be sent");
     }
-    if (result == DONE) result = look_at(sock, ch, after);
-    (void)close(sock); // nothing is kept in it
-    return result;
+    return look_at(ch, after);
 }
 
 RESULT_E trim_clock(int ch, int direction, int steps)

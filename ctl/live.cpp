@@ -25,17 +25,18 @@ static void tell(LIVE_T *live, const char *news)
 /* A service that is back within a second has been seen all the time: only its socket is another. */
 static void note_service(LIVE_T *live, bool answered)
 {
-    const unsigned long service = find_service_socket();
-    const bool is_another = live->service != 0 && service != 0 && service != live->service;
     live->has_news = false;
-    if (is_another) {
-        tell(live, "the service was started anew: all channels at 48000 Hz");
-    } else if (answered && !live->now.answers) {
-        tell(live, "the service does not answer");
-    } else if (!answered && live->now.answers && !live->points[0].empty()) {
-        tell(live, "the service answers");
+    if (!live->now.answers) {
+        if (answered) tell(live, "the service does not answer");
+        return;
     }
-    if (service != 0) live->service = service;
+    const unsigned long service = find_service_socket();
+    if (live->service != 0 && service != live->service) {
+        tell(live, "the service was started anew: all channels at 48000 Hz");
+    } else if (!answered && live->service != 0) {
+        tell(live, "the service answers again");
+    }
+    live->service = service;
 }
 
 static POINT_T make_point(const SNAPSHOT_T &now, int i)
@@ -49,7 +50,7 @@ static POINT_T make_point(const SNAPSHOT_T &now, int i)
 void sample(LIVE_T *live)
 {
     const bool answered = live->now.answers;
-    live->now = take_snapshot(live->sock, LIVE_WAIT_MS);
+    live->now = take_snapshot(LIVE_WAIT_MS);
     live->time = time_of_day();
     note_service(live, answered);
     for (int i = 0; i < CHANNEL_COUNT; i++) {

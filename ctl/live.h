@@ -15,7 +15,6 @@ struct POINT_T {
 };
 
 struct LIVE_T {
-    int sock;
     SNAPSHOT_T now;
     std::string time;                          // of now, as 12:34:56
     std::string news;                          // what last happened to the service, with its time

@@ -3,10 +3,8 @@
 
 #include <cmath>
 #include <cstdio>
-#include <unistd.h>
 
 #include "ctl/chip.h"
-#include "ctl/sockets.h"
 
 /* NAN: not known, left out. */
 struct METRIC_ROW_T {
@@ -63,11 +61,8 @@ static void print_channels(const METRIC_ROW_T &row, const SNAPSHOT_T &snapshot)
 
 RESULT_E print_metrics(const std::string &image)
 {
-    const int sock = open_client_socket();
-    if (sock < 0) return NOT_SO;
     SNAPSHOT_T snapshot;
-    const CHIP_T chip = read_chip_and_service(image, sock, &snapshot);
-    (void)close(sock); // nothing is kept in it
+    const CHIP_T chip = read_chip_and_service(image, &snapshot);
 
     print_single("service_up", "Whether the clock service answers.", snapshot.answers ? 1 : 0);
     const RESULT_E result = judge_chip(chip, snapshot);

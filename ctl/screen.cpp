@@ -45,12 +45,14 @@ struct PANEL_T {
     double low, high;
 };
 
-/* Mean of the known values that a column shows; NAN without any. */
+/* Mean of the known values that a column shows; NAN without any. The panel shows what there is, but
+ * no less than a minute. */
 static double column_value(const std::vector<double> &values, int column, int width)
 {
-    const int missing = HISTORY_S - static_cast<int>(values.size());
-    const int first = std::max(column * HISTORY_S / width - missing, 0);
-    const int end = (column + 1) * HISTORY_S / width - missing;
+    const int size = static_cast<int>(values.size());
+    const int span = std::max(size, 60);
+    const int first = std::max(column * span / width - (span - size), 0);
+    const int end = (column + 1) * span / width - (span - size);
     double sum = 0;
     int count = 0;
     for (int i = first; i < end; i++) {
@@ -91,9 +93,9 @@ static void draw_line(const PANEL_T &panel, const std::vector<double> &values)
 static void draw_panel(PANEL_T panel, const std::vector<double> &values, const char *unit)
 {
     if (panel.height < 1 || panel.width <= LABEL_WIDTH) return;
-    (void)mvprintw(panel.top, panel.left, "%+.0f %s", panel.high, unit);
+    (void)mvprintw(panel.top, panel.left, "%.0f %s", panel.high, unit);
     if (panel.height > 1)
-        (void)mvprintw(panel.top + panel.height - 1, panel.left, "%+.0f %s", panel.low, unit);
+        (void)mvprintw(panel.top + panel.height - 1, panel.left, "%.0f %s", panel.low, unit);
     panel.left += LABEL_WIDTH;
     panel.width -= LABEL_WIDTH + 1;
     draw_line(panel, values);
@@ -102,8 +104,8 @@ static void draw_panel(PANEL_T panel, const std::vector<double> &values, const c
 /* The upper and lower edge leave room around the line. */
 static void fit_to_values(PANEL_T *panel, const std::vector<double> &values)
 {
-    panel->low = INFINITY;
-    panel->high = -INFINITY;
+    panel->low = HUGE_VAL;
+    panel->high = -HUGE_VAL;
     for (const double value : values) {
         if (std::isnan(value)) continue;
         panel->low = std::min(panel->low, value);

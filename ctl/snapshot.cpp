@@ -10,6 +10,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "ctl/sockets.h"
+
 using nlohmann::json;
 
 static constexpr const char *STATUS_FILE = "/tmp/genlock.json";
@@ -69,10 +71,10 @@ static void read_reports(SNAPSHOT_T *snapshot)
         snapshot->reports_fault = std::string(STATUS_FILE) + " is not as the service writes it";
 }
 
-SNAPSHOT_T take_snapshot(int sock, int limit_ms)
+SNAPSHOT_T take_snapshot(int limit_ms)
 {
     SNAPSHOT_T snapshot = {};
-    snapshot.answers = list_channels(sock, snapshot.listed, limit_ms) == 0;
+    snapshot.answers = list_channels(client_socket(), snapshot.listed, limit_ms) == 0;
     for (int i = 0; snapshot.answers && i < CHANNEL_COUNT; i++)
         snapshot.clocks[i] = work_out_clock(snapshot.listed[i]);
     read_reports(&snapshot);

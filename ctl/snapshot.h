@@ -25,10 +25,9 @@ struct SNAPSHOT_T {
 
 /**
  * Asks the service and reads the status file.
- * @param sock      from open_client_socket
  * @param limit_ms  wait at most so long for the service
  */
-SNAPSHOT_T take_snapshot(int sock, int limit_ms);
+SNAPSHOT_T take_snapshot(int limit_ms);
 
 /** @return what systemd says of the service, within a second; empty when it does not run there */
 std::string read_systemd_status();

@@ -8,12 +8,14 @@
 #include "net/vx_net_api.h"
 #include "service/protocol.h"
 
-int open_client_socket()
+static int sock = -1; // written once
+
+int client_socket()
 {
-    const int sock = vx_create_sock(VX_SOCK_DATAGRAM);
     if (sock > 0) return sock;
-    (void)fail(NOT_SO, "no socket: %s", strerror(errno));
-    return -1;
+    sock = vx_create_sock(VX_SOCK_DATAGRAM);
+    if (sock < 1) (void)fail(NOT_SO, "no socket: %s", strerror(errno));
+    return sock;
 }
 
 unsigned long find_service_socket()

@@ -7,8 +7,8 @@
 inline constexpr int ANSWER_WAIT_MS = 1000;
 inline constexpr int LIVE_WAIT_MS = 400;
 
-/** @return a socket for the client calls, -1 with a message on standard error */
-int open_client_socket();
+/** @return the socket for the client calls, opened at its first use and kept; -1 told */
+int client_socket();
 
 /**
  * @return the inode of the socket that is bound to the command port, 0 for none; a service that was

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <cstdio>
 #include <nlohmann/json.hpp>
-#include <unistd.h>
 
 #include "ctl/sockets.h"
 
@@ -141,10 +140,7 @@ static RESULT_E judge(const SNAPSHOT_T &snapshot)
 
 RESULT_E print_status(bool as_json)
 {
-    int sock = open_client_socket();
-    if (sock < 0) return NOT_SO;
-    const SNAPSHOT_T snapshot = take_snapshot(sock, ANSWER_WAIT_MS);
-    (void)close(sock); // nothing is kept in it
+    const SNAPSHOT_T snapshot = take_snapshot(ANSWER_WAIT_MS);
     as_json ? print_json(snapshot) : print_text(snapshot);
     (void)fflush(stdout);
     return judge(snapshot);

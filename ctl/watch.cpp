@@ -18,12 +18,6 @@ static int64_t now_ms()
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
-static RESULT_E finish(LIVE_T *live)
-{
-    (void)close(live->sock); // nothing is kept in it
-    return live->now.answers ? DONE : fail_no_service();
-}
-
 static void watch_screen(LIVE_T *live, int seconds)
 {
     bool goes_on = true;
@@ -70,15 +64,13 @@ static bool print_line(const LIVE_T &live, FILE *file)
 RESULT_E watch(int seconds)
 {
     LIVE_T live = {};
-    live.sock = open_client_socket();
-    if (live.sock < 0) return NOT_SO;
     if (open_screen()) {
         watch_screen(&live, seconds);
         close_screen();
     } else {
         sample_each_second(&live, seconds, print_line, stdout);
     }
-    return finish(&live);
+    return live.now.answers ? DONE : fail_no_service();
 }
 
 /* Empty fields for what is not known. */
@@ -110,8 +102,6 @@ RESULT_E record(const std::string &path, int seconds)
     FILE *file = fopen(path.c_str(), "ae");
     if (file == nullptr) return fail(NOT_SO, "%s: %s", path.c_str(), strerror(errno));
     LIVE_T live = {};
-    live.sock = open_client_socket();
-    if (live.sock < 0) return NOT_SO;
     if (ftell(file) == 0) {
         (void)fprintf(file, "time,channel,path,rate_hz,clock_hz,ppm,position,fifo_size,fifo_fill,"
                             "newest_report_age_s\n");
@@ -121,5 +111,5 @@ RESULT_E record(const std::string &path, int seconds)
     const bool closed = fclose(file) == 0;
     if (!written || !closed)
         return fail(NOT_SO, "%s could not be written whole: is the disk full?", path.c_str());
-    return finish(&live);
+    return live.now.answers ? DONE : fail_no_service();
 }
