@@ -1,8 +1,10 @@
-# Run when the service is installed, because both files depend on where that is: the unit names the
-# program, and the logging file has one place however the rest is installed.
+# Run when the service is installed, because the files depend on where that is: the units name their
+# programs, and the logging file has one place however the rest is installed.
 set(UNIT_DIR ${CMAKE_INSTALL_PREFIX}/lib/systemd/system)
-configure_file(${SOURCE_DIR}/packaging/si5351_app.service.in ${BINARY_DIR}/si5351_app.service @ONLY)
-file(INSTALL ${BINARY_DIR}/si5351_app.service DESTINATION ${UNIT_DIR})
+foreach(unit si5351_app si5351ctl-metrics)
+    configure_file(${SOURCE_DIR}/packaging/${unit}.service.in ${BINARY_DIR}/${unit}.service @ONLY)
+    file(INSTALL ${BINARY_DIR}/${unit}.service DESTINATION ${UNIT_DIR})
+endforeach()
 
 set(LOGGING_DIR /config/logconf)
 set(LEFT_TO_DO "systemctl daemon-reload && systemctl enable --now si5351_app")

@@ -22,6 +22,7 @@ set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "") # each package has its own
 
 set(CPACK_DEBIAN_SERVICE_PACKAGE_NAME ${SERVICE_PACKAGE})
 set(CPACK_DEBIAN_SERVICE_PACKAGE_SECTION sound)
+set(CPACK_DEBIAN_SERVICE_PACKAGE_SUGGESTS "gnuplot-nox, prometheus-node-exporter")
 if(CMAKE_CROSSCOMPILING)
     # The libraries' own lists of symbols are not at hand; the native package's dependencies are.
     set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
