@@ -7,17 +7,18 @@ cd "$(dirname "$0")/../.."
 . tests/board/board.sh
 fetch_board
 cmake --preset aarch64 >/dev/null
-cmake --build --preset aarch64 --target si5351_app
+cmake --build --preset aarch64 --target si5351_app si5351ctl
 
 root=$board/bare
 rm -rf "$root"
 mkdir -p "$root/bin" "$root/lib" "$root/modules" "$root/config/logconf" "$root/run/si5351_app"
 cp tests/board/bare_init.sh "$root/init"
-cp build/aarch64/bin/si5351_app "$board/guest/bin/busybox" tests/board/checks.sh "$root/bin"
+cp build/aarch64/bin/si5351_app build/aarch64/bin/si5351ctl "$board/guest/bin/busybox" tests/board/checks.sh "$root/bin"
 cp "$board/guest/bin/bash-static" "$root/bin/bash"
 cp config/si5351_app.conf "$root/config/logconf"
 sysroot=build/arm64_sysroot
-for library in ld-linux-aarch64.so.1 libc.so.6 libm.so.6 libgcc_s.so.1; do
+for library in ld-linux-aarch64.so.1 libc.so.6 libm.so.6 libgcc_s.so.1 libncursesw.so.6 \
+    libtinfo.so.6; do
     cp $sysroot/lib/aarch64-linux-gnu/$library "$root/lib"
 done
 for library in libstdc++.so.6 liblog4cpp.so.5; do

@@ -78,6 +78,16 @@ ch:2 rate:44100 value:752400 status:increase
 ch:3 rate:48000 value:252400 status:increase'
 check "no error so far" log_has 0 ERROR
 
+# The tool writes nothing but the number of the first register that it reads.
+check "the tool finds the chip as it should be" ctl_says 0 '^CLK1 .* 5644930.47 Hz' chip
+echo 'si5351ctl write: i2c-1 #0 a=060 f=0200 l=1 [00]
+si5351ctl result: i2c-1 n=2 ret=2' >>/run/expected
+check "it sets a rate" ctl_says 0 '12288104.28 Hz' rate earc 96000
+expect si5351_clk 1 58 ff ff 00 22 9e fe ba 1e # 73 + 253300/1048575
+check "it trims" ctl_says 0 '+1 of 24 steps' faster earc
+expect si5351_clk 1 58 ff ff 00 22 9e fd 8e 1e # 600 less
+check "both reach the bus" bus_agrees
+
 disconnect_chip
 send '\x36\x12\0\0\x02\0\0\0'
 expect si5351_clk -121 50 ff ff 10 25 dc f0 3d 5c # back at the centre, learned 14 below: 753786
@@ -102,5 +112,7 @@ check "the service opens it by itself" bus_agrees
 stop_service "the service has survived that too"
 echo 0 >/sys/kernel/tracing/tracing_on
 check "the chip holds what was written last" registers_are 50 '0xff 0xff 0x10 0x25 0xdc 0xf0 0x44 0x5c'
+check "the chip is blank" i2ctransfer -y 1 w189@0x60 0 0=
+check "the tool tells that it lost its settings" ctl_says 1 'the chip lost its settings' chip
 check "nothing went past the log" file_is /tmp/output ''
 end_board 0

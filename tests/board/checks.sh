@@ -59,6 +59,16 @@ bus_agrees() {
     diff /run/expected /run/seen
 }
 
+# ctl_says STATUS TEXT ARGUMENT...: how si5351ctl ends, and a pattern of what it says.
+ctl_says() {
+    status=$1 pattern=$2
+    shift 2
+    ended=0
+    si5351ctl "$@" >/run/said 2>&1 || ended=$?
+    cat /run/said
+    [ "$ended" -eq "$status" ] && grep -q -e "$pattern" /run/said
+}
+
 text_is() { [ "$1" = "$2" ] || { printf '%s\nwanted:\n%s\n' "$1" "$2" && false; }; }
 file_is() { text_is "$(cat "$1")" "$2"; }
 serves() { grep -q ' 0100007F:2AF8 ' /proc/net/udp; }
