@@ -6,6 +6,8 @@
 #include <cstdlib>
 #include <utility>
 
+#include "tests/texts.h"
+
 static const struct {
     int32_t rate, mult, num, div;
 } nominal[] = {
@@ -123,16 +125,15 @@ std::string model_text_dump(const MODEL_T &model)
 
 std::string model_registers(const MODEL_T &model)
 {
-    std::string text;
+    std::string bytes;
     for (const MODEL_CHANNEL_T &c : model.channels) {
         const int64_t denom = 1048575;
         const int64_t f = 128LL * c.chip_num / denom;
         const int64_t p1 = 128LL * c.chip_mult + f - 512;
         const int64_t p2 = 128LL * c.chip_num - denom * f;
-        text += format("%sFF FF %02X %02X %02X %02X %02X %02X", text.empty() ? "" : " ",
-                       static_cast<unsigned>(c.chip_div << 4), static_cast<unsigned>(p1 >> 8),
-                       static_cast<unsigned>(p1 & 255), static_cast<unsigned>(0xF0 | p2 >> 16),
-                       static_cast<unsigned>(p2 >> 8 & 255), static_cast<unsigned>(p2 & 255));
+        for (const int64_t byte : {int64_t{0xFF}, int64_t{0xFF}, int64_t{c.chip_div} << 4, p1 >> 8,
+                                   p1, 0xF0 | p2 >> 16, p2 >> 8, p2})
+            bytes.push_back(static_cast<char>(byte)); // the low 8 bits
     }
-    return text;
+    return to_hex(bytes.data(), bytes.size());
 }

@@ -34,7 +34,7 @@ SERVICE_PROCESS_T start_service(const std::string &program, const std::string &f
         execv(program.c_str(), const_cast<char *const *>(words.data()));
         _exit(127);
     }
-    return {pid, output, program};
+    return {pid, output};
 }
 
 void stop_service(const SERVICE_PROCESS_T &service)

@@ -14,7 +14,6 @@
 struct SERVICE_PROCESS_T {
     pid_t pid;
     std::string output; // path of what it prints and logs, both streams
-    std::string program;
 };
 
 /* Starts a program with its output going to a file of its own in a folder. */

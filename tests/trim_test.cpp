@@ -105,6 +105,7 @@ TEST(Trim, CallsReturnAndLogWhatTheyMust)
         {[] { return play(repeat("u", 25)); }, 1, {"INFO mclk is max, count:-24"}},
         {[] { return play(repeat("d", 49)); }, 1, {"INFO mclk is min,ch:1 count:24"}},
         {[] { return set_fifo_stat(0, 1, 1); }, 0, {}},
+        {[] { return set_fifo_stat(3, 9, 5); }, 0, {}},
         {[] { return set_chn_stat(4, VX_SI5351_DUMP); }, 0, {}},
         {[] { return vx_si5351_set_conf(0, 48000); }, -1, {"ERROR invalid ch:0"}},
         {[] { return vx_si5351_set_param(4, 48000); }, -1,
