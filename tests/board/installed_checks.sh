@@ -110,4 +110,5 @@ case $(cat /proc/cmdline) in
 *check=boot*) check_boot ;;
 *check=late*) check_late ;;
 esac
+check "no other write came later" bus_agrees
 end_board 0
