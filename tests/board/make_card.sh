@@ -13,7 +13,7 @@ debian="mmdebstrap --mode=root --variant=essential --architectures=arm64 --skip=
     --include=systemd,systemd-sysv,udev,kmod,dbus,procps,liblog4cpp5v5 bookworm - -"
 
 # Where the machine cannot run AArch64 programs by itself, only a user namespace learns it (from Linux
-# 6.7 on). Its root is nobody here: no setting of the machine can change, and no home is open to it.
+# 6.7 on). Its root has no rights on the machine: it changes no setting and reads no closed home.
 elf='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
 mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
 learn="mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
