@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "bus/i2c_bus.h"
@@ -69,12 +70,13 @@ static std::string explain_bus_fault()
 
 static std::string read_image(const std::string &image, uint8_t *registers)
 {
-    FILE *file = fopen(image.c_str(), "re");
-    const size_t length = file != nullptr ? fread(registers, 1, SI5351_REGISTER_COUNT, file) : 0;
+    const int fd =
+        open(image.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC); // a pipe must not hold us
+    const ssize_t length = fd < 0 ? -1 : read(fd, registers, SI5351_REGISTER_COUNT);
     const int failure = errno;
-    if (file != nullptr) (void)fclose(file); // only read from
+    if (fd >= 0) (void)close(fd); // only read from
     if (length >= REGISTERS_READ) return "";
-    return image + ": " + (file == nullptr ? strerror(failure) : "fewer than 188 registers");
+    return image + ": " + (length < 0 ? strerror(failure) : "fewer than 188 registers");
 }
 
 CHIP_T read_chip(const std::string &image)

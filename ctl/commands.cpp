@@ -76,13 +76,15 @@ RESULT_E trim_clock(int ch, int direction, int steps)
     if (result != DONE) return result;
 
     const int left = steps_left(work_out_clock(before).position, direction);
-    if (after.value == before.value && left > 0) {
+    const bool moved = after.value != before.value;
+    if (!moved && left > 0) {
         return fail(NOT_SO,
                     "%s: did not move: %s; or its step size was changed, and its range ends here",
                     path_names[ch - 1], SWITCHED_OFF);
     }
     print_clock(ch, after);
-    if (steps <= left) return DONE;
+    // with a changed step size it can move on where a range of the usual steps has ended
+    if (steps <= left || (moved && left == 0)) return DONE;
     return fail(NOT_SO, "%s: at the end of its range, %d of %d steps done", path_names[ch - 1],
                 left, steps);
 }

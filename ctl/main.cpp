@@ -1,5 +1,8 @@
 /* si5351ctl: sees the clocks and drives them, from a shell. Reads the command line. */
 #include <CLI/CLI.hpp>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 #include "ctl/chip.h"
 #include "ctl/commands.h"
@@ -90,7 +93,8 @@ static void add_lasting_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E
     recording->add_option("FILE", arguments->file, "is appended to")->required();
     recording->callback([=] { *result = record(arguments->file, arguments->seconds); });
     for (CLI::App *command : {watching, recording})
-        command->add_option("--seconds", arguments->seconds, "end after so many");
+        command->add_option("--seconds", arguments->seconds, "end after so many")
+            ->check(CLI::NonNegativeNumber.description(""));
     CLI::App *plotting = app->add_subcommand("plot", "draw a record into FILE.png, with gnuplot");
     plotting->add_option("FILE", arguments->file, "from the subcommand record")->required();
     plotting->callback([=] { *result = plot(arguments->file); });
@@ -132,7 +136,8 @@ static int run(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? DONE : BAD_USAGE; // 0: it asked for help
     }
-    return result;
+    if (fflush(stdout) == 0) return result;
+    return fail(NOT_SO, "standard output: %s", strerror(errno));
 }
 
 int main(int argc, char **argv)

@@ -47,8 +47,9 @@ static bool read_number(const json &text, const char *path, const char *member, 
 {
     const auto place = json::json_pointer() / "genlock" / path / member;
     if (!text.contains(place) || !text.at(place).is_number_integer()) return false;
-    *number = text.at(place).get<int32_t>();
-    return true;
+    const auto value = text.at(place).get<int64_t>();
+    *number = static_cast<int32_t>(value);
+    return value == *number;
 }
 
 static bool read_fifos(const std::string &text, FIFO_T *fifos)
@@ -84,7 +85,7 @@ SNAPSHOT_T take_snapshot(int limit_ms)
 /* Its answer as "NAME=value" lines. A bus that is held up must not hold us up. */
 static std::string ask_systemd()
 {
-    static constexpr char command[] = "timeout 1 systemctl show -p LoadState -p ActiveState "
+    static constexpr char command[] = "timeout 0.8 systemctl show -p LoadState -p ActiveState "
                                       "-p StatusText si5351_app.service 2>/dev/null";
     if (access("/run/systemd/system", F_OK) != 0) return "";
     FILE *answer = popen(command, "re"); // NOLINT(cert-env33-c): all its words are ours

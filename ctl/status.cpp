@@ -13,7 +13,7 @@ static constexpr int BAR_WIDTH = 20;
 std::string describe_age(double age_s)
 {
     char text[64];
-    if (age_s < 0) return "at a time to come: the clock of this machine was set back";
+    if (age_s < 0) return "in the future: the clock of this machine was set back";
     if (age_s < 100) {
         (void)snprintf(text, sizeof(text), "%.1f s ago", age_s);
     } else if (age_s < 6000) {
@@ -142,6 +142,5 @@ RESULT_E print_status(bool as_json)
 {
     const SNAPSHOT_T snapshot = take_snapshot(ANSWER_WAIT_MS);
     as_json ? print_json(snapshot) : print_text(snapshot);
-    (void)fflush(stdout);
     return judge(snapshot);
 }
