@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 
 #include "chip/rates.h"
 
@@ -25,22 +26,26 @@ static constexpr double LEVEL_DOUBT = 100;     // times its noise, the variance 
                                                // that noise is not known at once
 static constexpr double CUT_SIGMA = 4;         // a reading further off counts as this far
 static constexpr int32_t JUMP_CUTS = 8;        // so many on one side: the fill itself has jumped
-static constexpr double RETURN_S = 10;         // the time in which an excess over the band may go
-static constexpr double SLOW_DOWN = 7.0 / 8;   // of a step's speed: less would not be halved by it
-static constexpr double LOCK_PPM = 4;          // the source known so well, and
-static constexpr int32_t LOCK_TICKS = 50;      // for 5 s, is locked
-static constexpr int32_t ATTEMPT_TICKS = 50;   // 5 s between steps beyond the end of the range
-static constexpr int32_t WANDER_TICKS = 600;   // a minute
-static constexpr int32_t TRIM_LIMIT = 24;      // steps either way, as the service has it
-static constexpr int32_t CENTRE_BAND_STEPS = 20; // the service's learned centre: how far it may lie
-static constexpr int32_t CENTRE_CREEP = 100;     // off, and its move per return, step / 100
+static constexpr double RETURN_S = 10;         // what is off the band goes in about this time
+static constexpr double SLOW_DOWN = 7.0 / 8; // of a step's speed: from there a step leaves at most
+                                             // an eighth
+static constexpr double LOCK_PPM = 4;        // the source known so well, and
+static constexpr int32_t LOCK_TICKS = 50;    // for 5 s, is locked
+static constexpr int32_t ATTEMPT_TICKS = 50; // 5 s between steps beyond the end of the range
+static constexpr int32_t WANDER_TICKS = 600; // a minute
+
+// As the service trims: steps either way; how many steps off its learned centre may lie; and the
+// move of that centre per return, step / 100. The rig compares the outcome with the chip.
+static constexpr int32_t TRIM_LIMIT = 24;
+static constexpr int32_t CENTRE_BAND_STEPS = 20;
+static constexpr int32_t CENTRE_CREEP = 100;
 
 // ---- The clock, as the service makes it
 
 double genlock_clock_ppm(const GENLOCK_T *lock)
 {
-    const double off = lock->position == 0 ? lock->learned : -1.0 * lock->position * lock->step;
-    return offset_ppm(*lock->rate, lock->rate->num + off);
+    const int64_t off = lock->position == 0 ? lock->learned : -int64_t{lock->position} * lock->step;
+    return offset_ppm(*lock->rate, lock->rate->num + static_cast<double>(off));
 }
 
 /* g: what a step changes in the speed of the fill, in frames/s; 0.74 to 0.84 at the six rates. */
@@ -54,9 +59,9 @@ static double step_speed(const GENLOCK_T *lock)
 static void learn_centre(GENLOCK_T *lock, int32_t direction)
 {
     const int32_t side = direction; // a step faster came from the slow side: larger numerators
-    const int64_t off = int64_t{lock->learned} * side;
+    const int64_t off = lock->learned * side;
     if (off < 0 || off > int64_t{lock->step} * CENTRE_BAND_STEPS) lock->learned = 0;
-    lock->learned += side * (lock->step / CENTRE_CREEP);
+    lock->learned += int64_t{side} * (lock->step / CENTRE_CREEP);
 }
 
 static void move_clock(GENLOCK_T *lock, int32_t direction)
@@ -73,7 +78,7 @@ void genlock_set_value(GENLOCK_T *lock, int32_t value)
     if (lock->position == 0 && off == lock->learned) return;
     const bool is_centre = off % lock->step != 0;
     lock->position = is_centre ? 0 : static_cast<int32_t>(-off / lock->step);
-    if (lock->position == 0) lock->learned = static_cast<int32_t>(off);
+    if (lock->position == 0) lock->learned = off;
 }
 
 // ---- Beginning, and beginning again

@@ -40,7 +40,7 @@ struct GENLOCK_T {
     // The follower's own.
     const RATE_ROW_T *rate;
     int32_t size;           // of the FIFO in frames
-    int32_t learned;        // centre of the trims less the nominal one, in units of the numerator
+    int64_t learned;        // centre of the trims less the nominal one, in units of the numerator
     double noise_floor;     // frames^2
     double noise;           // variance of a reading, in frames^2
     double last_error;      // of a reading against what was expected, in frames

@@ -17,6 +17,7 @@ static constexpr int32_t FIFO_SIZE = 4096;
 static constexpr double TARGET = FIFO_SIZE / 2.0;
 static constexpr double TICK_S = 0.01;     // longest time from event to event, but for
 static constexpr double TICK_JITTER = 0.1; // this part of it: or single frames were told in step
+static constexpr double STALL_S = 0.02;
 static constexpr double SETTLE_S = 60;
 
 /* One side of the FIFO. */
@@ -157,7 +158,9 @@ static void tell_by_timer(LOOP_T *loop)
 static bool take_transfer(LOOP_T *loop, SIDE_T *side)
 {
     if (side->left > 1e-9) return false;
-    const double late = draw(loop) * loop->run->jitter_s * loop->run->rate_hz;
+    const bool stalls = draw(loop) < loop->run->stalls;
+    const double late_s = stalls ? STALL_S : draw(loop) * loop->run->jitter_s;
+    const double late = late_s * loop->run->rate_hz;
     side->left += loop->run->burst + late - side->late;
     side->late = late;
     return true;

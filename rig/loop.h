@@ -17,6 +17,7 @@ struct RUN_T {
     double (*source)(const RUN_T &run, double now) = nullptr; // in its place; NAN: it has stopped
     int32_t burst = 0;     // frames in a transfer on both sides; 0: single frames
     double jitter_s = 0;   // a transfer may be so late
+    double stalls = 0;     // part of the transfers that are 20 ms late
     int start = 1;         // chooses the phases of the transfers, what is late, and what is lost
     double report_s = 0;   // told by a timer; 0: every transfer, single frames every 10 to 11 ms
     double band = 0;       // frames; 0: as genlock_init sets it

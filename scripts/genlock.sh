@@ -11,16 +11,16 @@ all | plot) scripts/install_dependencies.sh build plot ;;
 short) scripts/install_dependencies.sh build ;;
 *) echo "usage: $0 [short | plot]" >&2; exit 2 ;;
 esac
-cmake --preset release -B build/rig -DBUILD_TESTING=OFF >/dev/null
-cmake --build build/rig --target genlock_rig >/dev/null
-rig=build/rig/bin/genlock_rig
+cmake --preset release -B build/follower -DBUILD_TESTING=OFF >/dev/null
+cmake --build build/follower --target genlock_rig >/dev/null
+rig=build/follower/bin/genlock_rig
 
 case $what in
 all) $rig ;;
 short) exec $rig short ;;
 esac
 
-columns=build/rig/plot
+columns=build/follower/plot
 mkdir -p $columns docs/pictures
 $rig plot $columns
 gnuplot -e "columns='$columns'; pictures='docs/pictures'" rig/plots.gp
