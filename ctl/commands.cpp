@@ -69,8 +69,8 @@ static RESULT_E send_trims(int (*trim)(int, int), int ch, int times, SI5351_LIST
 
 RESULT_E trim_clock(int ch, int direction, int steps)
 {
-    SI5351_LISTED_T before;
-    SI5351_LISTED_T after;
+    SI5351_LISTED_T before = {};
+    SI5351_LISTED_T after = {};
     int (*trim)(int, int) = direction > 0 ? set_increase : set_decrease;
     const RESULT_E result = send_trims(trim, ch, steps, &before, &after);
     if (result != DONE) return result;
@@ -98,8 +98,8 @@ static bool is_off_centre(const SI5351_LISTED_T &listed)
 
 RESULT_E centre_clock(int ch)
 {
-    SI5351_LISTED_T before;
-    SI5351_LISTED_T after;
+    SI5351_LISTED_T before = {};
+    SI5351_LISTED_T after = {};
     // from anywhere; at the centre the rest does nothing
     const RESULT_E result = send_trims(set_reset, ch, TRIM_LIMIT, &before, &after);
     if (result != DONE) return result;

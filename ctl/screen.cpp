@@ -20,23 +20,28 @@ static constexpr double PPM_MARGIN = 10; // above and below the line
 
 static SCREEN *screen; // null while the terminal is not ours
 
+void close_screen()
+{
+    (void)endwin();
+    delscreen(screen);
+    screen = nullptr;
+}
+
 bool open_screen()
 {
     (void)setlocale(LC_ALL, ""); // for the line characters
     if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) return false;
     screen = newterm(nullptr, stdout, stdin);
     if (screen == nullptr) return false; // an unknown kind of terminal
+    const char *move_cursor = tigetstr("cup");
+    if (move_cursor == nullptr) { // one that only scrolls
+        close_screen();
+        return false;
+    }
     (void)cbreak();
     (void)noecho();
     (void)curs_set(0);
     return true;
-}
-
-void close_screen()
-{
-    (void)endwin();
-    delscreen(screen);
-    screen = nullptr;
 }
 
 /* A panel's place and the values at its lower and upper edge. */
