@@ -232,6 +232,9 @@ TEST(Ctl, StandsAHostileMachine)
         expect({"status", 1, "/tmp/genlock.json is not as the service writes it"});
     }
     unlink("/tmp/genlock.json");
+    ASSERT_EQ(mkfifo("/tmp/genlock.json", 0600), 0);
+    expect({"status", 1, "/tmp/genlock.json is not as the service writes it"});
+    unlink("/tmp/genlock.json");
     ASSERT_EQ(mkdir("/tmp/genlock.json", 0700), 0);
     expect({"status", 1, "/tmp/genlock.json: Is a directory"});
     ASSERT_EQ(chmod("/tmp", 0), 0); // without rights, where root does not pass them by
