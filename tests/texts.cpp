@@ -42,12 +42,13 @@ std::string to_hex(const void *bytes, size_t count)
 
 void capture_log()
 {
-    if (!log4cpp::Category::getRoot().getAllAppenders().empty()) return;
+    log4cpp::Category &category = log4cpp::Category::getInstance("CATEGORY"); // as boards name it
+    if (!category.getAllAppenders().empty()) return;
     auto *layout = new log4cpp::PatternLayout(); // log4cpp owns layout and appender
     layout->setConversionPattern("%p %m%n");
     auto *appender = new log4cpp::FileAppender("capture", log_path);
     appender->setLayout(layout);
-    log4cpp::Category::getRoot().setAppender(appender);
+    category.setAppender(appender);
 }
 
 std::string read_log()
