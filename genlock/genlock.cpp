@@ -257,7 +257,7 @@ static void judge_lock(GENLOCK_T *lock)
     const bool is_known = lock->has_level && lock->var_source < LOCK_PPM * LOCK_PPM;
     const bool is_fit = is_near && is_known && !lock->saturated;
     lock->lock_ticks = is_fit ? std::min(lock->lock_ticks + 1, LOCK_TICKS) : 0;
-    lock->locked = lock->lock_ticks == LOCK_TICKS || (lock->locked && is_fit);
+    lock->locked = lock->lock_ticks == LOCK_TICKS;
 }
 
 /* A fill that stands at an end says nothing of the source, nor does the window in which it leaves

@@ -1,4 +1,4 @@
-/* A follower: from the fill of a FIFO it finds when to trim a channel's clock one step, so that the
+/* The follower: finds from the fill of a FIFO when to trim a channel's clock one step, so that the
  * FIFO keeps its level and the clock keeps in step with the source.
  *
  * One record a channel, one thread a record. The functions calculate and do nothing else: no system
@@ -78,7 +78,7 @@ int genlock_init(GENLOCK_T *lock, int32_t rate_hz, int32_t size, int32_t jump);
 
 /**
  * Takes a fill, and says which step to trim. To be called after every transfer into the FIFO and
- * out of it. A step that is said counts as done.
+ * out of it. The follower takes each step that it gives for done.
  * @param lock  a record that genlock_init has set up
  * @param fill  frames in the FIFO after the transfer
  * @param now   time of the transfer in s, from any origin, in order. After more than 3 s without a

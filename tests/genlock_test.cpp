@@ -116,3 +116,13 @@ TEST(Genlock, KeepsWhatIsStillTrue)
         EXPECT_LT(std::fabs(stream.lock.fill_off), 4 * stream.lock.band) << row.fault;
     }
 }
+
+TEST(Genlock, RemembersForTwoMinutesHowFarItWasOff)
+{
+    STREAM_T stream = {{}, 48000, 40, 2348, 0, 0};
+    ASSERT_EQ(genlock_init(&stream.lock, 48000, 4096, 0), 0);
+    flow(&stream, 70);
+    EXPECT_GT(stream.lock.wander, 250) << "gone with its minute";
+    flow(&stream, 170);
+    EXPECT_LT(stream.lock.wander, 80) << "never forgotten";
+}
