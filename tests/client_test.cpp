@@ -204,6 +204,8 @@ TEST_F(Client, CallsWithALimitEndWhenNothingGoodComes)
     flood.join();
     const std::string lost = "ERROR get 5351 dump response timeout";
     EXPECT_EQ(take_log(), (LINES{lost, "ERROR get 5351 set param response timeout"}));
+    EXPECT_EQ(list_channels(0, listed, 300), -1) << "descriptor 0 cannot be waited for";
+    take_log();
     EXPECT_EQ(set_param_within(-1, 2, 44100, 300), -1);
     EXPECT_EQ(take_log(), LINES{"ERROR send VX_SI5351_SET_PARAM to<127.0.0.1:11000> fd:-1 "
                                 "error:Bad file descriptor"});

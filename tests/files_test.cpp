@@ -100,6 +100,7 @@ TEST(FileFaults, TheServiceGoesOnAndRecovers)
         const SERVICE_PROCESS_T process = start_service(SI5351_APP_SIM, home);
         const int client = open_client();
         await_output(process, "CLK2 runs at 6144028.14 Hz");
+        await_message(supervisor, "STATUS=waiting for its port; register writes failed: 0 at");
         await_message(supervisor,
                       "READY=1\nSTATUS=serving; register writes failed: 0 at the start,");
         if (fault.pipe_line != nullptr) await_output(process, fault.pipe_line, 2);
