@@ -37,7 +37,7 @@ show_first_steps() {
     echo "In a second terminal, in $PWD:"
     echo "    echo \"inc 2\" > $pipe          # channel 2 one trim step faster: the log shows it"
     echo "    build/bin/si5351ctl status          # the three clocks at a glance"
-    echo "    echo dump > $pipe; cat $pipe.txt"
+    echo "    echo dump > $pipe; sleep 0.1; cat $pipe.txt"
     echo "    build/bin/fifo_follower 2 80 30    # a consumer that trims channel 2 for 30 s"
     echo "Ctrl-C ends the service."
 }
@@ -46,7 +46,7 @@ others=
 [ "$(id -u)" -eq 0 ] || others=$(find_files_of_others | xargs)
 if [ -n "$others" ]; then
     echo "These belong to another user, as after a start with sudo: $others" >&2
-    echo "If that user's service runs no more, remove them: sudo rm -r $others" >&2
+    echo "If no service of that user is running, remove them: sudo rm -r $others" >&2
     exit 1
 fi
 scripts/install_dependencies.sh build

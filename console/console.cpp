@@ -150,9 +150,18 @@ static bool read_command(int fd, char *text)
     return false;
 }
 
+/* After a kill the old pipe has no reader, and writers may wait for one. Opening it for reading
+ * lets them go on; their texts are lost. */
+static void remove_pipe()
+{
+    const int fd = open(PIPE_PATH, O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    (void)unlink(PIPE_PATH); // usually there is none; if it stays, the next call fails
+    if (fd >= 0) (void)close(fd);
+}
+
 int handle_cmd()
 {
-    (void)unlink(PIPE_PATH); // usually there is none; if it stays, the next call fails
+    remove_pipe();
     const int created = mkfifo(PIPE_PATH, 0777);
     if (created != 0) {
         LOG_ERROR("mkfifo %s, errno %d:%s", PIPE_PATH, errno, strerror(errno));

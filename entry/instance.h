@@ -3,7 +3,8 @@
 
 /**
  * Looks for another instance: one of the same user has the console's pipe open for reading. Nothing
- * is written into the pipe. Somebody else's pipe does not count, or anybody could stop the service.
+ * is written into the pipe. Somebody else's pipe does not count: otherwise any user could keep
+ * the service from starting.
  * @return whether there is one
  */
 bool is_other_running();
