@@ -55,9 +55,9 @@ static void check_records()
 
 static std::vector<uint8_t> read_registers()
 {
-    std::vector<uint8_t> registers;
-    for (int reg = 0; reg < SI5351_REGISTER_COUNT; reg++)
-        registers.push_back(sim_read_register(static_cast<uint8_t>(reg)));
+    std::vector<uint8_t> registers(SI5351_REGISTER_COUNT);
+    for (size_t reg = 0; reg < registers.size(); reg++)
+        registers[reg] = sim_read_register(static_cast<uint8_t>(reg));
     return registers;
 }
 
