@@ -74,5 +74,6 @@ RESULT_E print_metrics(const std::string &image)
                      snapshot.report_age_s);
     for (const METRIC_ROW_T &row : channel_metrics)
         print_channels(row, snapshot);
+    (void)printf("# EOF\n"); // tells a whole file from one that a full disk has cut off
     return snapshot.answers ? result : NO_SERVICE;
 }
