@@ -4,6 +4,7 @@ set -eu
 cd "$(dirname "$0")/.."
 mkdir -p build
 git grep -oE '^#include "[a-z_]+/[^"]+' -- '*.h' '*.cpp' | sed 's/:#include "/ /' >build/includes
+[ -s build/includes ] || { echo "$0: no include is found" >&2 && exit 1; }
 awk '
     BEGIN {
         may["decode"] = may["bus"] = may["net"] = may["log"] = "none"
