@@ -48,8 +48,8 @@ for text in build/unpacked/usr/share/doc/si5351-clock-service*/*.md; do
 done
 
 echo "== unit"
-systemd-analyze security --offline=true --threshold=20 \
-    build/unpacked/usr/lib/systemd/system/si5351_app.service | tail -n 1
+systemd-analyze security --offline=true --threshold=20 >build/trial/unit \
+    build/unpacked/usr/lib/systemd/system/si5351_app.service || fail "$(tail -n 1 build/trial/unit)"
 
 echo "== programs with the libraries"
 (
@@ -62,7 +62,7 @@ echo "== programs with the libraries"
 echo "== private prefix"
 prefix=$PWD/build/trial/prefix
 architecture=$(dpkg --print-architecture)
-cmake --install "build/package_$architecture" --prefix "$prefix" | tail -n 1
+cmake --install "build/package_$architecture" --prefix "$prefix" >/dev/null
 grep -q "^ExecStart=$prefix/sbin/si5351_app$" "$prefix/lib/systemd/system/si5351_app.service" ||
     fail "the unit names another program"
 [ -f "$prefix/config/logconf/si5351_app.conf" ] || fail "the logging file is not in the prefix"
@@ -82,4 +82,4 @@ foreach(library $libraries)
 endforeach()
 END
 cmake -S build/trial -B build/trial/player -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
-cmake --build build/trial/player | tail -n 1
+cmake --build build/trial/player
