@@ -16,7 +16,9 @@ debian="mmdebstrap --mode=root --variant=essential --architectures=arm64 --skip=
 # 6.7 on). Its root has no rights on the machine: it changes no setting and reads no closed home.
 elf='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
 mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
-learn="mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc
+learn="mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc ||
+        { echo '$0: this machine does not run AArch64 programs: it takes an entry for' \
+            'qemu-aarch64-static in binfmt_misc, or Linux 6.7' >&2 && exit 1; }
     printf %s ':aarch64:M::$elf:$mask:$(command -v qemu-aarch64-static):OCF' \
         >/proc/sys/fs/binfmt_misc/register"
 in_namespace() { # SCRIPT
@@ -32,14 +34,16 @@ in_namespace() { # SCRIPT
     kill -CONT $!
     wait $!
 }
-if [ ! -s "$board/base.tar" ]; then
-    scripts/debian_sources.sh >"$board/sources.list"
+scripts/debian_sources.sh >"$board/sources.list"
+contents="$debian $(cat "$board/sources.list")"
+if [ "$(cat "$board/base.contents" 2>/dev/null)" != "$contents" ]; then
     if "$board/guest/bin/busybox" true 2>/dev/null; then
         sh -ec "$debian" <"$board/sources.list" >"$board/base.tar.new"
     else
         in_namespace "$learn; $debian" >"$board/base.tar.new"
     fi
     mv "$board/base.tar.new" "$board/base.tar"
+    echo "$contents" >"$board/base.contents"
 fi
 
 rm -rf "$card" "$board/card_init"
@@ -94,4 +98,4 @@ exec switch_root /card /sbin/init
 END
 chmod +x "$board/card_init/init"
 make_initrd card_init
-chown --reference="$board" "$board/card.img"
+rm -r "$card"
