@@ -79,7 +79,8 @@ check_boot() {
     check "the log is in memory" log_has 2 startup
     check "and costs no flash" [ ! -s /var/log/si5351_app.log ]
     check "nothing of a start is left over" \
-        fails sh -c 'journalctl -b -u si5351_app | grep -i left-over'
+        sh -c 'journalctl -b -u si5351_app >/run/journal && grep Started /run/journal &&
+            ! grep -i left-over /run/journal'
 }
 
 check_late() {
@@ -95,8 +96,14 @@ check_late() {
     report_shows 06
     echo dump >/tmp/si5351
     check "with my logging file" grep -q '^# mine' /config/logconf/si5351_app.conf
+    echo 'COMM != "si5351ctl"' >/sys/kernel/tracing/events/i2c/filter # its reads come when they like
+    mkdir -p /var/lib/prometheus/node-exporter
+    systemctl --quiet enable --now si5351ctl-metrics.timer
+    check "metrics are written" [ -s /var/lib/prometheus/node-exporter/si5351.prom ]
+    check "and not told in the journal" text_is "$(journalctl --sync; journalctl -q -b -u si5351ctl-metrics)" ""
     dpkg -r si5351-clock-service >/dev/null
     check "removed, it ends" fails pidof si5351_app
+    check "and the metrics" fails systemctl --quiet is-active si5351ctl-metrics.timer
     check "my logging file stays" grep -q '^# mine' /config/logconf/si5351_app.conf
     dpkg -P si5351-clock-service >/dev/null
     check "a purge leaves what the documents name" \
