@@ -2,6 +2,14 @@
 # Shared by the emulated boards: fetches what they are made of into build/board, and boots one.
 board=$PWD/build/board
 
+# However a script ends: no board runs on, and root leaves no file of its own in another user's build.
+leave() {
+    cat "$board"/*.pid."$$" 2>/dev/null | xargs -r kill
+    [ "$(id -u)" -ne 0 ] || chown -R --reference=. build
+}
+trap leave EXIT
+trap 'exit 1' HUP INT TERM
+
 fetch_board() {
     scripts/install_dependencies.sh build cross
     scripts/make_arm64_sysroot.sh
@@ -34,7 +42,8 @@ boot_board() {
         -kernel "$board"/guest/boot/vmlinuz-* -initrd "$initrd" \
         -dtb "$board"/guest/usr/lib/linux-image-*/broadcom/bcm2837-rpi-3-b.dtb \
         -append "console=ttyAMA0,115200 panic=-1 quiet loglevel=3 $append" \
-        -display none -monitor none -serial stdio -no-reboot "$@" </dev/null |
+        -display none -monitor none -serial stdio -no-reboot \
+        -pidfile "$console.pid.$$" "$@" </dev/null |
         tr -d '\r' | tee "$console"
     # A panic or a time-out ends here as well: only the guest's own word counts.
     grep -qx 'GUEST_RC=0' "$console"

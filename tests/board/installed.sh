@@ -10,7 +10,8 @@ scripts/build_packages.sh
 scripts/build_packages.sh arm64
 
 # The next version, with another logging file.
-package=$(echo build/packages/si5351-clock-service_*_arm64.deb)
+version=$(dpkg-parsechangelog -l packaging/debian/changelog -S Version)
+package=build/packages/si5351-clock-service_${version}_arm64.deb
 next=$board/next
 rm -rf "$next"
 dpkg-deb -R "$package" "$next"
@@ -32,10 +33,13 @@ run_board() {
         -drive if=sd,format=raw,file="$board/card.img" \
         -device at24c-eeprom,bus=i2c-bus.1,address=0x60,rom-size=256 "$@"
 }
-run_board install
+run_board install & # in the background: a signal shall not wait for it
+wait $!
 run_board boot -snapshot >/dev/null & # beside the next, on what the first has left
+boot=$!
 failed=
-run_board late -snapshot || failed=late
-wait $! || failed=boot
+run_board late -snapshot &
+wait $! || failed=late
+wait $boot || failed=boot
 cat "$board/boot.txt"
 [ -z "$failed" ]
