@@ -5,20 +5,29 @@
 #include <cmath>
 #include <cstdio>
 
+static constexpr int LEARNED_LIMIT = 20; // steps that the centre may wander off the nominal one
+
+/* A larger numerator is a slower clock. */
+static void find_position(CLOCK_T *clock, int32_t value)
+{
+    const double steps = (static_cast<double>(clock->rate->num) - value) / clock->rate->start_step;
+    clock->at_learned_centre = steps != std::round(steps) && std::fabs(steps) < LEARNED_LIMIT + 1;
+    clock->position = clock->at_learned_centre ? 0 : steps;
+}
+
 CLOCK_T work_out_clock(const SI5351_LISTED_T &listed)
 {
     CLOCK_T clock = {};
     clock.rate = find_rate(listed.rate_hz);
-    clock.known = clock.rate != nullptr && listed.value > 0 &&
-                  listed.value < static_cast<int32_t>(RATIO_DENOM);
+    if (clock.rate == nullptr) return clock;
+    find_position(&clock, listed.value);
+    clock.known = listed.value > 0 && listed.value < static_cast<int32_t>(RATIO_DENOM);
     if (!clock.known) return clock;
 
     const RATE_ROW_T &rate = *clock.rate;
     const double ratio = rate.mult + static_cast<double>(listed.value) / RATIO_DENOM;
     clock.hz = PLL_A_HZ / ratio / (1 << rate.div);
     clock.ppm = (clock.hz / (128.0 * rate.rate_hz) - 1) * 1e6;
-    // a larger numerator is a slower clock
-    clock.position = (static_cast<double>(rate.num) - listed.value) / rate.start_step;
     return clock;
 }
 
@@ -31,8 +40,10 @@ int steps_left(double position, int direction)
 std::string describe_trim(const CLOCK_T &clock)
 {
     char text[128];
-    (void)snprintf(text, sizeof(text), "%+.4g of %d steps; left: %d faster, %d slower",
-                   clock.position, TRIM_LIMIT, steps_left(clock.position, 1),
-                   steps_left(clock.position, -1));
+    char place[48] = "learned centre";
+    if (!clock.at_learned_centre)
+        (void)snprintf(place, sizeof(place), "%+.4g of %d steps", clock.position, TRIM_LIMIT);
+    (void)snprintf(text, sizeof(text), "%s; left: %d faster, %d slower", place,
+                   steps_left(clock.position, 1), steps_left(clock.position, -1));
     return text;
 }

@@ -17,17 +17,21 @@ static_assert(std::size(path_names) == CHANNEL_COUNT, "a name for each channel")
 inline constexpr int TRIM_LIMIT = 24; // steps either way of the centre
 
 /* The position is worked out with the step sizes that the service starts with: the listing does not
- * tell others that the console may have set. A part of a step is the learned centre, which each
- * return moves by a hundredth of a step. */
+ * tell others that the console may have set. Trims count from the nominal centre. A value that is
+ * no whole number of steps away from it is the learned centre, from where the full range is left.
+ */
 struct CLOCK_T {
     const RATE_ROW_T *rate; // null: the rate was refused, and the clock is what it was before
+    double position;        // trim steps from the centre; positive is faster
+    bool at_learned_centre; // the position is then 0
     bool known;             // whether the rest is
     double hz;
-    double ppm;      // off 128 times the rate; positive is faster
-    double position; // trim steps from the nominal centre; positive is faster
+    double ppm; // off 128 times the rate; positive is faster
 };
 
-/** @return what a channel's listed rate and value mean; values that no trim leads to are unknown */
+/** @return what a channel's listed rate and value mean; out of the divider's range no clock is
+ * known
+ */
 CLOCK_T work_out_clock(const SI5351_LISTED_T &listed);
 
 /**
@@ -37,5 +41,6 @@ CLOCK_T work_out_clock(const SI5351_LISTED_T &listed);
  */
 int steps_left(double position, int direction);
 
-/** @return the place in the trim range: "+3 of 24 steps; left: 21 faster, 27 slower" */
+/** @return the place in the trim range: "+3 of 24 steps; left: 21 faster, 27 slower", or "learned
+ *          centre; left: 24 faster, 24 slower" */
 std::string describe_trim(const CLOCK_T &clock);

@@ -22,8 +22,9 @@ static std::string list_rates()
 static void print_clock(int ch, const SI5351_LISTED_T &listed)
 {
     const CLOCK_T clock = work_out_clock(listed);
-    (void)printf("%s: %d Hz, clock %.2f Hz, %+.2f ppm, %s\n", path_names[ch - 1], listed.rate_hz,
-                 clock.hz, clock.ppm, describe_trim(clock).c_str());
+    (void)printf("%s: %d Hz, ", path_names[ch - 1], listed.rate_hz);
+    if (clock.known) (void)printf("clock %.2f Hz, %+.2f ppm, ", clock.hz, clock.ppm);
+    (void)printf("%s\n", describe_trim(clock).c_str());
 }
 
 RESULT_E set_rate(int ch, int rate_hz)
@@ -50,7 +51,7 @@ static RESULT_E look_at(int ch, SI5351_LISTED_T *listed)
     SI5351_LISTED_T all[CHANNEL_COUNT];
     if (list_channels(client_socket(), all, ANSWER_WAIT_MS) != 0) return fail_no_service();
     *listed = all[ch - 1];
-    if (work_out_clock(*listed).known) return DONE;
+    if (work_out_clock(*listed).rate != nullptr) return DONE;
     return fail(NOT_SO, "%s takes no trims at %d Hz; set a supported rate: si5351ctl rate %d 48000",
                 path_names[ch - 1], listed->rate_hz, ch);
 }
@@ -67,6 +68,14 @@ static RESULT_E send_trims(int (*trim)(int, int), int ch, int times, SI5351_LIST
     return look_at(ch, after);
 }
 
+static RESULT_E fail_unmoved(int ch)
+{
+    return fail(NOT_SO,
+                "%s did not move as asked: its range ends here, it is at its centre, its step size "
+                "was changed, or %s",
+                path_names[ch - 1], SWITCHED_OFF);
+}
+
 RESULT_E trim_clock(int ch, int direction, int steps)
 {
     SI5351_LISTED_T before = {};
@@ -75,25 +84,13 @@ RESULT_E trim_clock(int ch, int direction, int steps)
     const RESULT_E result = send_trims(trim, ch, steps, &before, &after);
     if (result != DONE) return result;
 
-    const int left = steps_left(work_out_clock(before).position, direction);
-    const bool moved = after.value != before.value;
-    if (!moved && left > 0) {
-        return fail(NOT_SO,
-                    "%s: did not move: %s; or its step size was changed, and its range ends here",
-                    path_names[ch - 1], SWITCHED_OFF);
-    }
     print_clock(ch, after);
-    // with a changed step size it can move on where a range of the usual steps has ended
-    if (steps <= left || (moved && left == 0)) return DONE;
-    return fail(NOT_SO, "%s: at the end of its range, %d of %d steps done", path_names[ch - 1],
-                left, steps);
-}
-
-/* Off the centre a channel stands whole steps away; a learned centre hardly ever does. */
-static bool is_off_centre(const SI5351_LISTED_T &listed)
-{
-    const double position = work_out_clock(listed).position;
-    return position != 0 && position == std::round(position);
+    const double position = work_out_clock(after).position;
+    const long moved = std::lround((position - work_out_clock(before).position) * direction);
+    if (moved == steps) return DONE;
+    if (position != TRIM_LIMIT * direction) return fail_unmoved(ch);
+    return fail(NOT_SO, "%s: at the end of its range, %ld of %d steps done", path_names[ch - 1],
+                moved, steps);
 }
 
 RESULT_E centre_clock(int ch)
@@ -103,8 +100,11 @@ RESULT_E centre_clock(int ch)
     // from anywhere; at the centre the rest does nothing
     const RESULT_E result = send_trims(set_reset, ch, TRIM_LIMIT, &before, &after);
     if (result != DONE) return result;
-    if (after.value == before.value && is_off_centre(after))
-        return fail(NOT_SO, "%s: did not move: %s", path_names[ch - 1], SWITCHED_OFF);
     print_clock(ch, after);
+    const CLOCK_T clock = work_out_clock(after);
+    if (after.value != before.value) return DONE;
+    if (clock.position != 0) return fail_unmoved(ch);
+    if (clock.at_learned_centre) // also a part of a step of another size looks like this
+        (void)printf("it did not move: it was at its centre, or chip writes are switched off\n");
     return DONE;
 }

@@ -1,8 +1,8 @@
 /* si5351ctl: sees the clocks and drives them, from a shell. Reads the command line. */
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "ctl/chip.h"
 #include "ctl/commands.h"
@@ -136,15 +136,26 @@ static int run(int argc, char **argv)
     } catch (const CLI::ParseError &error) {
         return app.exit(error) == 0 ? DONE : BAD_USAGE; // 0: it asked for help
     }
-    if (fflush(stdout) == 0) return result;
-    return fail(NOT_SO, "standard output: %s", strerror(errno));
+    if (fflush(stdout) == 0 && ferror(stdout) == 0) return result;
+    return fail(NOT_SO, "standard output could not be written; is it closed, or the disk full?");
+}
+
+/* Otherwise a socket would get the number of a closed standard stream. Only for reading: what is
+ * written there must fail as before. */
+static void fill_closed_streams()
+{
+    int fd = 0;
+    while (fd >= 0 && fd <= STDERR_FILENO)
+        fd = open("/dev/null", O_RDONLY | O_CLOEXEC);
+    if (fd > STDERR_FILENO) (void)close(fd); // only opened
 }
 
 int main(int argc, char **argv)
 {
+    fill_closed_streams();
     try {
         return run(argc, argv);
-    } catch (const std::exception &error) { // out of memory, or a library's own idea
+    } catch (const std::exception &error) { // out of memory, or an error inside a library
         return fail(NOT_SO, "%s", error.what());
     }
 }

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdio>
 #include <ncurses.h>
+#include <poll.h>
 #include <unistd.h>
 #include <vector>
 
@@ -146,7 +147,9 @@ static void draw_numbers(const LIVE_T &live, int i, int row)
                        live.now.listed[i].status);
     } else {
         (void)snprintf(text, sizeof(text), "%d %-10s  %s", i + 1, path_names[i],
-                       live.now.answers ? "REFUSED RATE: set a supported one" : "not known");
+                       !live.now.answers       ? "not known"
+                       : clock.rate == nullptr ? "REFUSED RATE: set a supported one"
+                                               : "NUMERATOR OUT OF RANGE: set the rate again");
     }
     (void)attron(A_BOLD);
     (void)mvaddnstr(row, 0, text, COLS);
@@ -175,10 +178,17 @@ void draw_screen(const LIVE_T &live)
     (void)refresh();
 }
 
+static bool is_terminal_gone()
+{
+    pollfd terminal = {STDIN_FILENO, 0, 0};
+    return poll(&terminal, 1, 0) == 1; // errors alone are asked for
+}
+
 bool wait_for_key(const LIVE_T &live, int limit_ms)
 {
     timeout(limit_ms);
     const int key = getch();
     if (key == KEY_RESIZE) draw_screen(live);
+    if (key == ERR && is_terminal_gone()) return false;
     return key != 'q' && key != 'Q';
 }

@@ -16,6 +16,7 @@ void draw_screen(const LIVE_T &live);
 /**
  * Waits for a key.
  * @param limit_ms  at most so long
- * @return false once q was pressed; true else, with the view drawn again after a change of size
+ * @return false once q was pressed or the terminal is gone; true else, with the view drawn again
+ *         after a change of size
  */
 bool wait_for_key(const LIVE_T &live, int limit_ms);

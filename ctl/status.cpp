@@ -65,8 +65,8 @@ static void print_channel(const SNAPSHOT_T &snapshot, int i)
         (void)printf("%6d Hz REFUSED: the clock is what it was before, and takes no trims\n",
                      listed.rate_hz);
     } else {
-        (void)printf("%6d Hz, but no trim leads to its numerator %d\n", listed.rate_hz,
-                     listed.value);
+        (void)printf("%6d Hz, but its numerator %d is out of range: clock not known\n",
+                     listed.rate_hz, listed.value);
     }
     if (!snapshot.has_reports) return;
     (void)printf("  fifo  %s", describe_fifo(snapshot, i).c_str());
@@ -132,8 +132,9 @@ static RESULT_E judge(const SNAPSHOT_T &snapshot)
     }
     for (int i = 0; i < CHANNEL_COUNT; i++) {
         if (snapshot.clocks[i].known) continue;
-        result = fail(NOT_SO, "%s has a refused rate; set one of the six: si5351ctl rate %d 48000",
-                      path_names[i], i + 1);
+        const bool is_refused = snapshot.clocks[i].rate == nullptr;
+        result = fail(NOT_SO, "%s has a %s; set a supported rate: si5351ctl rate %d 48000",
+                      path_names[i], is_refused ? "refused rate" : "numerator out of range", i + 1);
     }
     return result;
 }
