@@ -103,7 +103,6 @@ check_late() {
     check "and not told in the journal" text_is "$(journalctl --sync; journalctl -q -b -u si5351ctl-metrics)" ""
     dpkg -r si5351-clock-service >/dev/null
     check "removed, it ends" fails pidof si5351_app
-    check "and the metrics" fails systemctl --quiet is-active si5351ctl-metrics.timer
     check "my logging file stays" grep -q '^# mine' /config/logconf/si5351_app.conf
     dpkg -P si5351-clock-service >/dev/null
     check "a purge leaves what the documents name" \
