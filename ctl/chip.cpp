@@ -27,7 +27,6 @@ static constexpr struct {
     {"PLL B has no lock, and is not used (LOL_B)", 6, false},
     {"PLL A HAS LOST ITS LOCK (LOL_A)", 5, true},
     {"no clock at the input CLKIN, which is not used (LOS)", 4, false},
-    {"THE CRYSTAL DOES NOT RUN (LOS_XTAL)", 3, true},
 };
 
 static constexpr int OUTPUT_DISABLE = 3;
@@ -76,7 +75,9 @@ static std::string read_image(const std::string &image, uint8_t *registers)
     const int failure = errno;
     if (fd >= 0) (void)close(fd); // only read from
     if (length >= REGISTERS_READ) return "";
-    return image + ": " + (length < 0 ? strerror(failure) : "fewer than 188 registers");
+    return image + ": " +
+           (length < 0 ? strerror(failure)
+                       : "fewer than 188 registers; an image has one byte for each");
 }
 
 CHIP_T read_chip(const std::string &image)
@@ -106,12 +107,13 @@ static bool is_near(double left_hz, double right_hz)
     return std::fabs(left_hz - right_hz) <= right_hz * 1e-9;
 }
 
+/* A chip that had no supply has neither a PLL nor an output; one output alone was switched off. */
 static bool has_settings(const CHIP_T &chip)
 {
-    bool running = is_near(pll_hz(chip, 0), PLL_A_HZ);
+    bool has_output = false;
     for (int i = 0; i < CHANNEL_COUNT; i++)
-        running = running && output_hz(chip, i) > 0;
-    return running;
+        has_output = has_output || output_hz(chip, i) > 0;
+    return has_output && is_near(pll_hz(chip, 0), PLL_A_HZ);
 }
 
 static bool is_as_listed(const CHIP_T &chip, const SNAPSHOT_T &snapshot, int i)
@@ -152,7 +154,7 @@ static void print_status_register(const CHIP_T &chip)
         (void)printf("%s%s\n", start, row.words);
         start = "        ";
     }
-    if (*start == 's') (void)printf("%sPLLs locked, crystal running\n", start);
+    if (*start == 's') (void)printf("%sPLL A locked\n", start);
 }
 
 static void print_pll(const CHIP_T &chip, int pll)

@@ -7,6 +7,14 @@
 
 static constexpr int LEARNED_LIMIT = 20; // steps that the centre may wander off the nominal one
 
+std::string list_rates()
+{
+    std::string text;
+    for (const RATE_ROW_T &row : rate_rows)
+        text += (text.empty() ? "" : ", ") + std::to_string(row.rate_hz);
+    return text;
+}
+
 /* A larger numerator is a slower clock. */
 static void find_position(CLOCK_T *clock, int32_t value)
 {

@@ -16,6 +16,9 @@ static_assert(std::size(path_names) == CHANNEL_COUNT, "a name for each channel")
 
 inline constexpr int TRIM_LIMIT = 24; // steps either way of the centre
 
+/** @return the supported sample rates in Hz: "44100, 48000" and so on */
+std::string list_rates();
+
 /* The position is worked out with the step sizes that the service starts with: the listing does not
  * tell others that the console may have set. Trims count from the nominal centre. A value that is
  * no whole number of steps away from it is the learned centre, from where the full range is left.

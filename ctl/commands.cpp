@@ -1,8 +1,10 @@
 /* Rate, trims and centre: send, then look. */
 #include "ctl/commands.h"
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
 #include "ctl/clock.h"
@@ -10,14 +12,6 @@
 
 static constexpr const char *SWITCHED_OFF =
     "chip writes are switched off; si5351ctl enable lets them through";
-
-static std::string list_rates()
-{
-    std::string text;
-    for (const RATE_ROW_T &row : rate_rows)
-        text += (text.empty() ? "" : ", ") + std::to_string(row.rate_hz);
-    return text;
-}
 
 static void print_clock(int ch, const SI5351_LISTED_T &listed)
 {
@@ -63,7 +57,8 @@ static RESULT_E send_trims(int (*trim)(int, int), int ch, int times, SI5351_LIST
     const RESULT_E result = look_at(ch, before);
     if (result != DONE) return result;
     for (int i = 0; i < times; i++) {
-        if (trim(client_socket(), ch) != 0) return fail(NOT_SO, "a trim could not be sent");
+        if (trim(client_socket(), ch) != 0)
+            return fail(NOT_SO, "a trim could not be sent: %s; try again", strerror(errno));
     }
     return look_at(ch, after);
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -16,7 +17,7 @@
 #include "ctl/clock.h"
 
 static constexpr const char *PIPE = "/tmp/si5351";
-static constexpr int READ_WAIT_MS = 900;
+static constexpr std::chrono::milliseconds READ_WAIT(900);
 
 /* The descriptor, or -1 with the failure told. */
 static int open_pipe(RESULT_E *result)
@@ -24,8 +25,9 @@ static int open_pipe(RESULT_E *result)
     const int fd = open(PIPE, O_WRONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
     struct stat info = {};
     if (fd >= 0 && fstat(fd, &info) == 0 && S_ISFIFO(info.st_mode)) return fd;
-    if (fd >= 0) {
-        (void)close(fd); // nothing was written
+    const bool is_link = fd < 0 && errno == ELOOP;
+    if (fd >= 0 || is_link) {
+        if (fd >= 0) (void)close(fd); // nothing was written
         *result = fail(NOT_SO, "%s is no pipe; remove it, and start the service again", PIPE);
     } else if (errno == ENOENT || errno == ENXIO) {
         *result =
@@ -41,8 +43,9 @@ static int open_pipe(RESULT_E *result)
 /* False when something is still in the pipe after the wait. */
 static bool await_empty(int fd)
 {
+    const auto end = std::chrono::steady_clock::now() + READ_WAIT;
     int waiting = 1;
-    for (int ms = 0; ms < READ_WAIT_MS; ms++) {
+    while (std::chrono::steady_clock::now() < end) {
         if (ioctl(fd, FIONREAD, &waiting) != 0 || waiting == 0) break;
         (void)usleep(1000);
     }
@@ -90,7 +93,9 @@ static int largest_step(const RATE_ROW_T &rate)
 RESULT_E set_step_size(int rate_hz, int size, bool force)
 {
     const RATE_ROW_T *rate = find_rate(rate_hz);
-    if (rate == nullptr) return fail(NOT_SO, "refused: no such sample rate: %d Hz", rate_hz);
+    if (rate == nullptr)
+        return fail(NOT_SO, "refused: %d Hz is not supported; use %s", rate_hz,
+                    list_rates().c_str());
     const int largest = largest_step(*rate);
     if (!force && (size < 1 || size > largest)) {
         return fail(NOT_SO,
@@ -101,8 +106,8 @@ RESULT_E set_step_size(int rate_hz, int size, bool force)
     const std::string text = "step " + std::to_string(rate_hz) + " " + std::to_string(size) + "\n";
     const RESULT_E result = type_command(text);
     if (result != DONE) return result;
-    (void)printf(
-        "%d Hz: steps of %d, at the start %d; for a channel from its next rate command on\n",
-        rate_hz, size, rate->start_step);
+    (void)printf("%d Hz: trim step is now %d (%d at start). A channel takes it with its next rate "
+                 "command.\n",
+                 rate_hz, size, rate->start_step);
     return DONE;
 }

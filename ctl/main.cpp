@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "ctl/chip.h"
+#include "ctl/clock.h"
 #include "ctl/commands.h"
 #include "ctl/console_pipe.h"
 #include "ctl/metrics.h"
@@ -28,11 +29,10 @@ struct ARGUMENTS_T {
 /* Turns the name of a path into its channel number; the result is what is wrong with it. */
 static std::string replace_name(std::string &word)
 {
-    static constexpr const char *names[][2] = {
-        {"hdmi", "1"}, {"analog", "2"}, {"earc", "3"}, {"spdif", "3"}, {"earc/spdif", "3"}};
-    for (const auto &[name, number] : names) {
-        if (word == name) word = number;
+    for (int i = 0; i < CHANNEL_COUNT; i++) {
+        if (word == path_names[i]) word = std::to_string(i + 1);
     }
+    if (word == "earc" || word == "spdif") word = "3"; // either half of its name
     const bool is_number = word == "1" || word == "2" || word == "3";
     return is_number ? "" : word + " is no channel: use 1, 2 or 3, or hdmi, analog or earc";
 }
@@ -69,7 +69,7 @@ static void add_pipe_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E *r
     step->add_option("RATE", arguments->rate_hz, "sample rate in Hz")->required();
     step->add_option("SIZE", arguments->step_size, "in units of the divider's numerator")
         ->required();
-    step->add_flag("--force", arguments->force, "also a size that makes no sense");
+    step->add_flag("--force", arguments->force, "also a size that is out of range");
     step->callback([=] {
         *result = set_step_size(arguments->rate_hz, arguments->step_size, arguments->force);
     });
@@ -89,14 +89,17 @@ static void add_lasting_commands(CLI::App *app, ARGUMENTS_T *arguments, RESULT_E
 {
     CLI::App *watching = app->add_subcommand("watch", "show the state live; q quits");
     watching->callback([=] { *result = watch(arguments->seconds); });
-    CLI::App *recording = app->add_subcommand("record", "write a CSV line a channel and second");
-    recording->add_option("FILE", arguments->file, "is appended to")->required();
+    CLI::App *recording =
+        app->add_subcommand("record", "append one CSV line per channel each second");
+    recording->add_option("FILE", arguments->file, "the CSV file; new lines are added at its end")
+        ->required();
     recording->callback([=] { *result = record(arguments->file, arguments->seconds); });
     for (CLI::App *command : {watching, recording})
-        command->add_option("--seconds", arguments->seconds, "end after so many")
+        command
+            ->add_option("--seconds", arguments->seconds, "end after this many seconds; 0: never")
             ->check(CLI::NonNegativeNumber.description(""));
     CLI::App *plotting = app->add_subcommand("plot", "draw a record into FILE.png, with gnuplot");
-    plotting->add_option("FILE", arguments->file, "from the subcommand record")->required();
+    plotting->add_option("FILE", arguments->file, "a file that record wrote")->required();
     plotting->callback([=] { *result = plot(arguments->file); });
 }
 

@@ -30,10 +30,10 @@ static constexpr METRIC_ROW_T channel_metrics[] = {
     {"trim_position_steps",
      "Place in the trim range in steps of the start size, positive is faster.",
      [](const SNAPSHOT_T &s, int i) { return known(s.clocks[i].known, s.clocks[i].position); }},
-    {"fifo_size", "FIFO size as last reported, 0 before.",
-     [](const SNAPSHOT_T &s, int i) { return known(s.has_reports, s.fifos[i].size); }},
+    {"fifo_size", "FIFO size as last reported.",
+     [](const SNAPSHOT_T &s, int i) { return known(s.fifos[i].size > 0, s.fifos[i].size); }},
     {"fifo_fill", "FIFO fill as last reported.",
-     [](const SNAPSHOT_T &s, int i) { return known(s.has_reports, s.fifos[i].fill); }},
+     [](const SNAPSHOT_T &s, int i) { return known(s.fifos[i].size > 0, s.fifos[i].fill); }},
 };
 
 static void print_heading(const char *name, const char *help)

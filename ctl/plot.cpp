@@ -9,6 +9,7 @@
 #include <string>
 #include <unistd.h>
 
+#include "ctl/clock.h"
 #include "ctl/watch.h"
 
 /* Columns as in the heading of a record: 1 time, 2 channel, 6 ppm, 8 FIFO size, 9 fill. */
@@ -23,7 +24,6 @@ set xrange [STATS_min:STATS_max+1]
 set format x '%H:%M:%S'
 set key outside
 set multiplot layout 2,1
-paths = 'hdmi analog earc/spdif'
 set ylabel 'FIFO fill in %'
 set yrange [0:100]
 plot for [c=1:3] record skip 1 using 1:($2==c && $8>0 ? 100.0*$9/$8 : NaN) with lines title word(paths,c)
@@ -61,8 +61,11 @@ static RESULT_E run_gnuplot(const std::string &record, const std::string &pictur
 {
     FILE *gnuplot = popen("gnuplot 2>/dev/null", "we"); // NOLINT(cert-env33-c): ours
     if (gnuplot == nullptr) return fail(NOT_SO, "gnuplot: %s", strerror(errno));
-    (void)fprintf(gnuplot, "record = %s\nset output %s\n%s", quote(record).c_str(),
-                  quote(picture).c_str(), SCRIPT);
+    (void)fprintf(gnuplot, "record = %s\nset output %s\npaths = '", quote(record).c_str(),
+                  quote(picture).c_str());
+    for (const char *path : path_names)
+        (void)fprintf(gnuplot, "%s ", path);
+    (void)fprintf(gnuplot, "'\n%s", SCRIPT);
     const int status = pclose(gnuplot);
     if (status == 0) return DONE;
     if (status == NOT_FOUND) return fail(NOT_SO, "no gnuplot here: apt install gnuplot-nox");
@@ -80,11 +83,12 @@ RESULT_E plot(const std::string &path)
     const std::string picture = std::string(record) + ".png";
     const std::string unfinished = picture + ".new";
     if (!is_writable(unfinished))
-        return fail(NOT_SO, "%s: %s", unfinished.c_str(), strerror(errno));
+        return fail(NOT_SO, "%s: %s; copy the record to a directory that this user may write",
+                    unfinished.c_str(), strerror(errno));
 
     RESULT_E result = run_gnuplot(record, unfinished);
     if (result == DONE && rename(unfinished.c_str(), picture.c_str()) != 0)
-        result = fail(NOT_SO, "%s: %s", picture.c_str(), strerror(errno));
+        result = fail(NOT_SO, "%s: %s; move it away", picture.c_str(), strerror(errno));
     if (result == DONE) {
         (void)printf("%s\n", picture.c_str());
     } else {

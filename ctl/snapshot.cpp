@@ -16,6 +16,7 @@ using nlohmann::json;
 
 static constexpr const char *STATUS_FILE = "/tmp/genlock.json";
 static constexpr size_t TEXT_SIZE = 1024; // 318 are the most that the service writes
+static constexpr const char *REMOVE_IT = "; remove it, the next report writes it anew";
 
 static double age_s(const timespec &then)
 {
@@ -23,6 +24,12 @@ static double age_s(const timespec &then)
     (void)clock_gettime(CLOCK_REALTIME, &now); // cannot fail
     return static_cast<double>(now.tv_sec - then.tv_sec) +
            static_cast<double>(now.tv_nsec - then.tv_nsec) * 1e-9;
+}
+
+static void note_fault(SNAPSHOT_T *snapshot, int failure)
+{
+    snapshot->reports_fault = std::string(STATUS_FILE) + ": " + strerror(failure);
+    snapshot->reports_fault += failure == EACCES ? "; look at its owner and rights" : REMOVE_IT;
 }
 
 /* False without a file, which is no fault: nobody has reported yet; and with the fault noted. */
@@ -35,7 +42,7 @@ static bool read_status_file(SNAPSHOT_T *snapshot, std::string *text)
     struct stat info = {};
     ssize_t length = -1;
     if (fd >= 0 && fstat(fd, &info) == 0) length = read(fd, bytes, sizeof(bytes));
-    if (length < 0) snapshot->reports_fault = std::string(STATUS_FILE) + ": " + strerror(errno);
+    if (length < 0) note_fault(snapshot, errno);
     if (fd >= 0) (void)close(fd); // only read from
     if (length < 0) return false;
     text->assign(bytes, static_cast<size_t>(length));
@@ -69,7 +76,8 @@ static void read_reports(SNAPSHOT_T *snapshot)
     if (!read_status_file(snapshot, &text)) return;
     snapshot->has_reports = read_fifos(text, snapshot->fifos);
     if (!snapshot->has_reports)
-        snapshot->reports_fault = std::string(STATUS_FILE) + " is not as the service writes it";
+        snapshot->reports_fault =
+            std::string(STATUS_FILE) + " is not as the service writes it" + REMOVE_IT;
 }
 
 SNAPSHOT_T take_snapshot(int limit_ms)

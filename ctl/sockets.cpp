@@ -1,6 +1,7 @@
 /* Reaching the service, or telling why not. */
 #include "ctl/sockets.h"
 
+#include <arpa/inet.h>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,7 +15,9 @@ int client_socket()
 {
     if (sock > 0) return sock;
     sock = vx_create_sock(VX_SOCK_DATAGRAM);
-    if (sock < 1) (void)fail(NOT_SO, "no socket: %s", strerror(errno));
+    if (sock < 1)
+        (void)fail(NOT_SO, "no socket: %s; is memory or a limit of this user used up?",
+                   strerror(errno));
     return sock;
 }
 
@@ -25,11 +28,13 @@ unsigned long find_service_socket()
     char line[256];
     unsigned long inode = 0;
     while (inode == 0 && fgets(line, sizeof(line), sockets) != nullptr) {
+        unsigned address = 0;
         unsigned port = 0;
         unsigned long found = 0;
-        const int items =
-            sscanf(line, "%*d: %*x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %*d %*d %lu", &port, &found);
-        if (items == 2 && port == SERVICE_PORT) inode = found;
+        const int items = sscanf(line, "%*d: %x:%x %*x:%*x %*x %*x:%*x %*x:%*x %*x %*d %*d %lu",
+                                 &address, &port, &found);
+        const bool is_local = address == htonl(INADDR_LOOPBACK) || address == htonl(INADDR_ANY);
+        if (items == 3 && is_local && port == SERVICE_PORT) inode = found;
     }
     (void)fclose(sockets); // only read from
     return inode;
@@ -42,7 +47,7 @@ RESULT_E fail_no_service()
                     SERVICE_IP, SERVICE_PORT);
     }
     return fail(NO_SERVICE,
-                "port %d is in use, but what is there does not answer as the service does; "
+                "port %d is in use, but the program that uses it does not answer like the service; "
                 "ss -ulpn tells what it is, systemctl restart si5351_app starts the service anew",
                 SERVICE_PORT);
 }

@@ -47,7 +47,7 @@ static std::string describe_report_age(const SNAPSHOT_T &snapshot)
     int reporting = 0;
     for (const FIFO_T &fifo : snapshot.fifos)
         reporting += fifo.size > 0 ? 1 : 0;
-    return describe_age(snapshot.report_age_s) + (reporting > 1 ? " or before" : "");
+    return describe_age(snapshot.report_age_s) + (reporting > 1 ? " or earlier" : "");
 }
 
 static void print_channel(const SNAPSHOT_T &snapshot, int i)
@@ -62,8 +62,9 @@ static void print_channel(const SNAPSHOT_T &snapshot, int i)
                      clock.ppm, listed.status);
         (void)printf("  trim  %s\n", describe_trim(clock).c_str());
     } else if (clock.rate == nullptr) {
-        (void)printf("%6d Hz REFUSED: the clock is what it was before, and takes no trims\n",
-                     listed.rate_hz);
+        (void)printf("%6d Hz REFUSED: the clock is what it was before, and takes no trims; "
+                     "last command: %s\n",
+                     listed.rate_hz, listed.status);
     } else {
         (void)printf("%6d Hz, but its numerator %d is out of range: clock not known\n",
                      listed.rate_hz, listed.value);
@@ -102,7 +103,7 @@ static nlohmann::ordered_json channel_json(const SNAPSHOT_T &snapshot, int i)
         channel["left_faster"] = steps_left(clock.position, 1);
         channel["left_slower"] = steps_left(clock.position, -1);
     }
-    if (snapshot.has_reports) {
+    if (snapshot.fifos[i].size > 0) {
         channel["fifo_size"] = snapshot.fifos[i].size;
         channel["fifo_fill"] = snapshot.fifos[i].fill;
     }
@@ -115,6 +116,7 @@ static void print_json(const SNAPSHOT_T &snapshot)
     const std::string systemd = read_systemd_status();
     if (!systemd.empty()) status["systemd"] = systemd;
     if (snapshot.has_reports) status["newest_report_age_s"] = snapshot.report_age_s;
+    if (!snapshot.reports_fault.empty()) status["reports_fault"] = snapshot.reports_fault;
     for (int i = 0; i < CHANNEL_COUNT; i++)
         status["channels"].push_back(channel_json(snapshot, i));
     // bytes that are no UTF-8 must not throw
@@ -127,8 +129,7 @@ static RESULT_E judge(const SNAPSHOT_T &snapshot)
     if (!snapshot.answers) return fail_no_service();
     RESULT_E result = DONE;
     if (!snapshot.reports_fault.empty()) {
-        result = fail(NOT_SO, "%s: FIFO reports are not known; look at its owner and rights",
-                      snapshot.reports_fault.c_str());
+        result = fail(NOT_SO, "FIFO reports are not known: %s", snapshot.reports_fault.c_str());
     }
     for (int i = 0; i < CHANNEL_COUNT; i++) {
         if (snapshot.clocks[i].known) continue;

@@ -86,7 +86,7 @@ static bool write_rows(const LIVE_T &live, FILE *file)
         } else {
             (void)fprintf(file, ",,,,");
         }
-        if (live.now.has_reports) {
+        if (live.now.has_reports && live.now.fifos[i].size > 0) {
             (void)fprintf(file, "%d,%d,%.1f", live.now.fifos[i].size, live.now.fifos[i].fill,
                           live.now.report_age_s);
         } else {
@@ -100,7 +100,9 @@ static bool write_rows(const LIVE_T &live, FILE *file)
 RESULT_E record(const std::string &path, int seconds)
 {
     FILE *file = fopen(path.c_str(), "ae");
-    if (file == nullptr) return fail(NOT_SO, "%s: %s", path.c_str(), strerror(errno));
+    if (file == nullptr)
+        return fail(NOT_SO, "%s: %s; name a file that this user may write", path.c_str(),
+                    strerror(errno));
     LIVE_T live = {};
     if (ftell(file) == 0) {
         (void)fprintf(file, "time,channel,path,rate_hz,clock_hz,ppm,position,fifo_size,fifo_fill,"

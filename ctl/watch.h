@@ -7,15 +7,15 @@
 
 /**
  * Shows the state live, on a terminal until q is pressed; elsewhere as one line a second.
- * @param seconds  end after so many; 0: go on
+ * @param seconds  end after this many seconds; 0: never
  * @return DONE; NO_SERVICE when it did not answer in the end
  */
 RESULT_E watch(int seconds);
 
 /**
- * Appends a CSV line per channel and second to a file.
+ * Appends one CSV line per channel each second to a file.
  * @param path     the file; a new one gets a heading
- * @param seconds  end after so many; 0: go on until killed
+ * @param seconds  end after this many seconds; 0: never
  * @return DONE, NOT_SO when it cannot be written, NO_SERVICE when it did not answer in the end
  */
 RESULT_E record(const std::string &path, int seconds);
