@@ -18,8 +18,8 @@ struct LIVE_T {
     SNAPSHOT_T now;
     std::string time;                          // of now, as 12:34:56
     std::string news;                          // what last happened to the service, with its time
-    bool has_news;                             // whether it came with now
-    unsigned long service;                     // its socket, as last seen; 0: never
+    bool has_news = false;                     // whether it came with now
+    unsigned long service = 0;                 // its socket, as last seen; 0: never
     std::deque<POINT_T> points[CHANNEL_COUNT]; // newest last, at most HISTORY_S
 };
 

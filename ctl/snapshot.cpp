@@ -82,7 +82,7 @@ static void read_reports(SNAPSHOT_T *snapshot)
 
 SNAPSHOT_T take_snapshot(int limit_ms)
 {
-    SNAPSHOT_T snapshot = {};
+    SNAPSHOT_T snapshot;
     snapshot.answers = list_channels(client_socket(), snapshot.listed, limit_ms) == 0;
     for (int i = 0; snapshot.answers && i < CHANNEL_COUNT; i++)
         snapshot.clocks[i] = work_out_clock(snapshot.listed[i]);

@@ -13,13 +13,13 @@ struct FIFO_T {
 };
 
 struct SNAPSHOT_T {
-    bool answers;                          // whether the service does
-    SI5351_LISTED_T listed[CHANNEL_COUNT]; // only when it answers
-    CLOCK_T clocks[CHANNEL_COUNT];
+    bool answers = false;                       // whether the service does
+    SI5351_LISTED_T listed[CHANNEL_COUNT] = {}; // only when it answers
+    CLOCK_T clocks[CHANNEL_COUNT] = {};
 
-    bool has_reports; // whether the rest is known
-    FIFO_T fifos[CHANNEL_COUNT];
-    double report_age_s;       // of the newest report; those of the other channels may be older
+    bool has_reports = false; // whether the rest is known
+    FIFO_T fifos[CHANNEL_COUNT] = {};
+    double report_age_s = 0;   // of the newest report; those of the other channels may be older
     std::string reports_fault; // why the status file says nothing; empty before the first report
 };
 

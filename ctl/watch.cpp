@@ -63,7 +63,7 @@ static bool print_line(const LIVE_T &live, FILE *file)
 
 RESULT_E watch(int seconds)
 {
-    LIVE_T live = {};
+    LIVE_T live;
     if (open_screen()) {
         watch_screen(&live, seconds);
         close_screen();
@@ -103,7 +103,7 @@ RESULT_E record(const std::string &path, int seconds)
     if (file == nullptr)
         return fail(NOT_SO, "%s: %s; name a file that this user may write", path.c_str(),
                     strerror(errno));
-    LIVE_T live = {};
+    LIVE_T live;
     if (ftell(file) == 0) {
         (void)fprintf(file, "time,channel,path,rate_hz,clock_hz,ppm,position,fifo_size,fifo_fill,"
                             "newest_report_age_s\n");
