@@ -28,6 +28,11 @@ inline constexpr RATE_ROW_T rate_rows[] = {
 // clang-format on
 inline constexpr int RATE_COUNT = std::size(rate_rows);
 
+/* The range of the trims, at every rate, and how the centre is learned. */
+inline constexpr int32_t TRIM_LIMIT = 24;        // steps either way of the centre
+inline constexpr int32_t CENTRE_BAND_STEPS = 20; // how far a learned centre may wander
+inline constexpr int32_t CENTRE_CREEP = 100;     // a return to 0 moves it by step / 100
+
 /* Clock of a numerator, in ppm above 128 times the rate. */
 constexpr double offset_ppm(const RATE_ROW_T &row, double num)
 {

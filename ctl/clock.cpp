@@ -5,8 +5,6 @@
 #include <cmath>
 #include <cstdio>
 
-static constexpr int LEARNED_LIMIT = 20; // steps that the centre may wander off the nominal one
-
 std::string list_rates()
 {
     std::string text;
@@ -19,7 +17,8 @@ std::string list_rates()
 static void find_position(CLOCK_T *clock, int32_t value)
 {
     const double steps = (static_cast<double>(clock->rate->num) - value) / clock->rate->start_step;
-    clock->at_learned_centre = steps != std::round(steps) && std::fabs(steps) < LEARNED_LIMIT + 1;
+    clock->at_learned_centre =
+        steps != std::round(steps) && std::fabs(steps) < CENTRE_BAND_STEPS + 1;
     clock->position = clock->at_learned_centre ? 0 : steps;
 }
 

@@ -14,8 +14,6 @@ static_assert(SI5351_LISTED_COUNT == CHANNEL_COUNT, "a listed record for each ch
 inline constexpr const char *path_names[] = {"hdmi", "analog", "earc/spdif"};
 static_assert(std::size(path_names) == CHANNEL_COUNT, "a name for each channel");
 
-inline constexpr int TRIM_LIMIT = 24; // steps either way of the centre
-
 /** @return the supported sample rates in Hz: "44100, 48000" and so on */
 std::string list_rates();
 

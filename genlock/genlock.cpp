@@ -34,12 +34,6 @@ static constexpr int32_t LOCK_TICKS = 50;    // for 5 s, is locked
 static constexpr int32_t ATTEMPT_TICKS = 50; // 5 s between steps beyond the end of the range
 static constexpr int32_t WANDER_TICKS = 600; // a minute
 
-// As the service trims: steps either way; how many steps off its learned centre may lie; and the
-// move of that centre per return, step / 100. The rig compares the outcome with the chip.
-static constexpr int32_t TRIM_LIMIT = 24;
-static constexpr int32_t CENTRE_BAND_STEPS = 20;
-static constexpr int32_t CENTRE_CREEP = 100;
-
 // ---- The clock, as the service makes it
 
 double genlock_clock_ppm(const GENLOCK_T *lock)

@@ -7,10 +7,6 @@
 #include "log/log.h"
 #include "trim/command_table.h"
 
-static constexpr int32_t TRIM_LIMIT = 24;        // steps either way of the centre
-static constexpr int32_t CENTRE_BAND_STEPS = 20; // how far a learned centre may wander
-static constexpr int32_t CENTRE_CREEP = 100;     // a return to 0 moves it by step / 100
-
 static bool check_record(const SI5351_CONF_T *conf)
 {
     if (conf == nullptr) return false;
